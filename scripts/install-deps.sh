@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that the build, the tests, the fuzzers and the benchmarks need.
+# Idempotent: when everything is already there it prints nothing and touches nothing.
+# Set WITH_TORCH=1 to add PyTorch, which only the fixture generators in tools/ need.
+set -euo pipefail
+
+pkgs=(
+  build-essential cmake ninja-build pkg-config git
+  clang libclang-rt-14-dev
+  rapidjson-dev libimath-dev libopenblas-serial-dev libsleef-dev
+  libgtest-dev libgmock-dev libbenchmark-dev
+  binutils
+)
+if [ "${WITH_TORCH:-0}" = 1 ]; then pkgs+=(python3-torch python3-numpy); fi
+
+missing=()
+for p in "${pkgs[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+SUDO=""
+[ "$(id -u)" -ne 0 ] && SUDO="sudo"
+echo "install-deps: installing ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+$SUDO apt-get update -qq
+$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
