@@ -53,26 +53,40 @@ std::string PlaceDecoration(const char* what, const char* function, const char* 
 std::string QualifiedFunctionName(const char* pretty) {
   if (pretty == nullptr) return std::string();
   const size_t n = std::strlen(pretty);
-  // End of the name: the first '(' outside template brackets.
+  // End of the name: the '(' that opens the parameter list, outside template brackets. A parenthesis group
+  // followed by "::" belongs to the name (a local class: "f()::Local::g").
   size_t end = n;
   int depth = 0;
-  for (size_t i = 0; i < n; ++i) {
+  for (size_t i = 0; i < n && end == n; ++i) {
     const char c = pretty[i];
-    if (c == '<') ++depth;
-    else if (c == '>' && depth > 0) --depth;
-    else if (c == '(' && depth == 0) {
-      end = i;
-      break;
+    if (c == '<') {
+      ++depth;
+    } else if (c == '>' && depth > 0) {
+      --depth;
+    } else if (c == '(' && depth == 0) {
+      size_t j = i;
+      int parens = 0;
+      for (; j < n; ++j) {
+        if (pretty[j] == '(') ++parens;
+        if (pretty[j] == ')' && --parens == 0) break;
+      }
+      if (j + 2 < n && pretty[j + 1] == ':' && pretty[j + 2] == ':') {
+        i = j;
+      } else {
+        end = i;
+      }
     }
   }
-  // Start: after the last space outside template brackets (drops the return type and qualifiers).
+  // Start: after the last space outside brackets and parentheses (drops the return type).
   size_t begin = 0;
   depth = 0;
   for (size_t i = end; i-- > 0;) {
     const char c = pretty[i];
-    if (c == '>') ++depth;
-    else if (c == '<' && depth > 0) --depth;
-    else if (c == ' ' && depth == 0) {
+    if (c == '>' || c == ')') {
+      ++depth;
+    } else if ((c == '<' || c == '(') && depth > 0) {
+      --depth;
+    } else if (c == ' ' && depth == 0) {
       begin = i + 1;
       break;
     }
