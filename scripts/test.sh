@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Builds and runs every test: the normal build (unit, API and packaging tests), then the unit and API tests
+# once more under AddressSanitizer and UndefinedBehaviorSanitizer.
+#   bash scripts/test.sh                 everything (what CI runs)
+#   bash scripts/test.sh --quick         the normal build only
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/install-deps.sh
+
+jobs=${JOBS:-2}
+quick=0
+[ "${1:-}" = "--quick" ] && quick=1
+
+echo "== build (RelWithDebInfo)"
+cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build build -j"$jobs"
+echo "== tests"
+ctest --test-dir build -j"$jobs" --output-on-failure --timeout 600
+
+if [ "$quick" = 0 ]; then
+  echo "== build (AddressSanitizer + UndefinedBehaviorSanitizer)"
+  cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DZELVA_SANITIZE=ON -DZELVA_BUILD_BENCH=OFF >/dev/null
+  cmake --build build-asan -j"$jobs" --target zelva_unit_tests zelva_api_tests
+  echo "== tests under sanitizers"
+  export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:detect_stack_use_after_return=1
+  export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+  export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
+  ctest --test-dir build-asan -j"$jobs" --output-on-failure --timeout 900 -L 'unit|api'
+fi
