@@ -26,7 +26,9 @@ uint64_t ReadXcr0() {
   return (static_cast<uint64_t>(hi) << 32) | lo;
 }
 
-bool Bit(uint32_t value, unsigned bit) { return ((value >> bit) & 1u) != 0; }
+bool Bit(uint32_t value, unsigned bit) {
+  return ((value >> bit) & 1u) != 0;
+}
 
 // Which register a feature row reads.
 enum class Source : uint8_t { kLeaf1Ecx, kLeaf1Edx, kLeaf7Ebx, kLeaf7Ecx, kExt1Ecx, kExt1Edx };
@@ -49,56 +51,31 @@ struct FeatureRow {
 // Report order. LZCNT and ABM read the same bit under two names; the vendor-bound rows read as
 // "not supported" on the other vendor's processors.
 constexpr FeatureRow kFeatureRows[] = {
-    {"3DNOW", Source::kExt1Edx, 31, kAmdOnly},
-    {"3DNOWEXT", Source::kExt1Edx, 30, kAmdOnly},
-    {"ABM", Source::kExt1Ecx, 5, kAmdOnly},
-    {"ADX", Source::kLeaf7Ebx, 19, kPlain},
-    {"AES", Source::kLeaf1Ecx, 25, kPlain},
-    {"AVX", Source::kLeaf1Ecx, 28, kYmmState},
-    {"AVX2", Source::kLeaf7Ebx, 5, kYmmState},
-    {"AVX512CD", Source::kLeaf7Ebx, 28, kPlain},
-    {"AVX512ER", Source::kLeaf7Ebx, 27, kPlain},
-    {"AVX512F", Source::kLeaf7Ebx, 16, kPlain},
-    {"AVX512PF", Source::kLeaf7Ebx, 26, kPlain},
-    {"BMI1", Source::kLeaf7Ebx, 3, kPlain},
-    {"BMI2", Source::kLeaf7Ebx, 8, kPlain},
-    {"CLFSH", Source::kLeaf1Edx, 19, kPlain},
-    {"CMPXCHG16B", Source::kLeaf1Ecx, 13, kPlain},
-    {"CX8", Source::kLeaf1Edx, 8, kPlain},
-    {"ERMS", Source::kLeaf7Ebx, 9, kPlain},
-    {"F16C", Source::kLeaf1Ecx, 29, kPlain},
-    {"FMA", Source::kLeaf1Ecx, 12, kPlain},
-    {"FSGSBASE", Source::kLeaf7Ebx, 0, kPlain},
-    {"FXSR", Source::kLeaf1Edx, 24, kPlain},
-    {"HLE", Source::kLeaf7Ebx, 4, kIntelOnly},
-    {"INVPCID", Source::kLeaf7Ebx, 10, kPlain},
-    {"LAHF", Source::kExt1Ecx, 0, kPlain},
-    {"LZCNT", Source::kExt1Ecx, 5, kIntelOnly},
-    {"MMX", Source::kLeaf1Edx, 23, kPlain},
-    {"MMXEXT", Source::kExt1Edx, 22, kAmdOnly},
-    {"MONITOR", Source::kLeaf1Ecx, 3, kPlain},
-    {"MOVBE", Source::kLeaf1Ecx, 22, kPlain},
-    {"MSR", Source::kLeaf1Edx, 5, kPlain},
-    {"OSXSAVE", Source::kLeaf1Ecx, 27, kPlain},
-    {"PCLMULQDQ", Source::kLeaf1Ecx, 1, kPlain},
-    {"POPCNT", Source::kLeaf1Ecx, 23, kPlain},
-    {"PREFETCHWT1", Source::kLeaf7Ecx, 0, kPlain},
-    {"RDRAND", Source::kLeaf1Ecx, 30, kPlain},
-    {"RDSEED", Source::kLeaf7Ebx, 18, kPlain},
-    {"RDTSCP", Source::kExt1Edx, 27, kIntelOnly},
-    {"RTM", Source::kLeaf7Ebx, 11, kIntelOnly},
-    {"SEP", Source::kLeaf1Edx, 11, kPlain},
-    {"SHA", Source::kLeaf7Ebx, 29, kPlain},
-    {"SSE", Source::kLeaf1Edx, 25, kPlain},
-    {"SSE2", Source::kLeaf1Edx, 26, kPlain},
-    {"SSE3", Source::kLeaf1Ecx, 0, kPlain},
-    {"SSE4.1", Source::kLeaf1Ecx, 19, kPlain},
-    {"SSE4.2", Source::kLeaf1Ecx, 20, kPlain},
-    {"SSE4a", Source::kExt1Ecx, 6, kAmdOnly},
-    {"SSSE3", Source::kLeaf1Ecx, 9, kPlain},
-    {"SYSCALL", Source::kExt1Edx, 11, kIntelOnly},
-    {"TBM", Source::kExt1Ecx, 21, kAmdOnly},
-    {"XOP", Source::kExt1Ecx, 11, kAmdOnly | kYmmState},
+    {"3DNOW", Source::kExt1Edx, 31, kAmdOnly},     {"3DNOWEXT", Source::kExt1Edx, 30, kAmdOnly},
+    {"ABM", Source::kExt1Ecx, 5, kAmdOnly},        {"ADX", Source::kLeaf7Ebx, 19, kPlain},
+    {"AES", Source::kLeaf1Ecx, 25, kPlain},        {"AVX", Source::kLeaf1Ecx, 28, kYmmState},
+    {"AVX2", Source::kLeaf7Ebx, 5, kYmmState},     {"AVX512CD", Source::kLeaf7Ebx, 28, kPlain},
+    {"AVX512ER", Source::kLeaf7Ebx, 27, kPlain},   {"AVX512F", Source::kLeaf7Ebx, 16, kPlain},
+    {"AVX512PF", Source::kLeaf7Ebx, 26, kPlain},   {"BMI1", Source::kLeaf7Ebx, 3, kPlain},
+    {"BMI2", Source::kLeaf7Ebx, 8, kPlain},        {"CLFSH", Source::kLeaf1Edx, 19, kPlain},
+    {"CMPXCHG16B", Source::kLeaf1Ecx, 13, kPlain}, {"CX8", Source::kLeaf1Edx, 8, kPlain},
+    {"ERMS", Source::kLeaf7Ebx, 9, kPlain},        {"F16C", Source::kLeaf1Ecx, 29, kPlain},
+    {"FMA", Source::kLeaf1Ecx, 12, kPlain},        {"FSGSBASE", Source::kLeaf7Ebx, 0, kPlain},
+    {"FXSR", Source::kLeaf1Edx, 24, kPlain},       {"HLE", Source::kLeaf7Ebx, 4, kIntelOnly},
+    {"INVPCID", Source::kLeaf7Ebx, 10, kPlain},    {"LAHF", Source::kExt1Ecx, 0, kPlain},
+    {"LZCNT", Source::kExt1Ecx, 5, kIntelOnly},    {"MMX", Source::kLeaf1Edx, 23, kPlain},
+    {"MMXEXT", Source::kExt1Edx, 22, kAmdOnly},    {"MONITOR", Source::kLeaf1Ecx, 3, kPlain},
+    {"MOVBE", Source::kLeaf1Ecx, 22, kPlain},      {"MSR", Source::kLeaf1Edx, 5, kPlain},
+    {"OSXSAVE", Source::kLeaf1Ecx, 27, kPlain},    {"PCLMULQDQ", Source::kLeaf1Ecx, 1, kPlain},
+    {"POPCNT", Source::kLeaf1Ecx, 23, kPlain},     {"PREFETCHWT1", Source::kLeaf7Ecx, 0, kPlain},
+    {"RDRAND", Source::kLeaf1Ecx, 30, kPlain},     {"RDSEED", Source::kLeaf7Ebx, 18, kPlain},
+    {"RDTSCP", Source::kExt1Edx, 27, kIntelOnly},  {"RTM", Source::kLeaf7Ebx, 11, kIntelOnly},
+    {"SEP", Source::kLeaf1Edx, 11, kPlain},        {"SHA", Source::kLeaf7Ebx, 29, kPlain},
+    {"SSE", Source::kLeaf1Edx, 25, kPlain},        {"SSE2", Source::kLeaf1Edx, 26, kPlain},
+    {"SSE3", Source::kLeaf1Ecx, 0, kPlain},        {"SSE4.1", Source::kLeaf1Ecx, 19, kPlain},
+    {"SSE4.2", Source::kLeaf1Ecx, 20, kPlain},     {"SSE4a", Source::kExt1Ecx, 6, kAmdOnly},
+    {"SSSE3", Source::kLeaf1Ecx, 9, kPlain},       {"SYSCALL", Source::kExt1Edx, 11, kIntelOnly},
+    {"TBM", Source::kExt1Ecx, 21, kAmdOnly},       {"XOP", Source::kExt1Ecx, 11, kAmdOnly | kYmmState},
     {"XSAVE", Source::kLeaf1Ecx, 26, kPlain},
 };
 static_assert(sizeof(kFeatureRows) / sizeof(kFeatureRows[0]) == 51, "the report has 51 features");
@@ -108,7 +85,9 @@ std::mutex report_mutex;
 
 }  // namespace
 
-EnvironmentX86::EnvironmentX86() { Read(&ReadCpuid, &ReadXcr0); }
+EnvironmentX86::EnvironmentX86() {
+  Read(&ReadCpuid, &ReadXcr0);
+}
 
 EnvironmentX86::EnvironmentX86(const CpuidReader& cpuid, const Xcr0Reader& read_xcr0) {
   ZV_ASSERT(cpuid && read_xcr0, "EnvironmentX86 needs a CPUID and an XGETBV reader.");
@@ -168,9 +147,13 @@ namespace {
 [[maybe_unused]] const EnvironmentX86& load_time_instance = EnvironmentX86::Instance();
 }  // namespace
 
-bool EnvironmentX86::IsAvxUsable() const { return Bit(leaf1_ecx, 28) && Bit(xcr0, 1) && Bit(xcr0, 2); }
+bool EnvironmentX86::IsAvxUsable() const {
+  return Bit(leaf1_ecx, 28) && Bit(xcr0, 1) && Bit(xcr0, 2);
+}
 
-bool EnvironmentX86::IsSseSupported() const { return Bit(leaf1_edx, 25); }
+bool EnvironmentX86::IsSseSupported() const {
+  return Bit(leaf1_edx, 25);
+}
 
 std::vector<IsaFeature> EnvironmentX86::Features() const {
   std::vector<IsaFeature> features;
@@ -178,12 +161,24 @@ std::vector<IsaFeature> EnvironmentX86::Features() const {
   for (const FeatureRow& row : kFeatureRows) {
     uint32_t value = 0;
     switch (row.source) {
-      case Source::kLeaf1Ecx: value = leaf1_ecx; break;
-      case Source::kLeaf1Edx: value = leaf1_edx; break;
-      case Source::kLeaf7Ebx: value = leaf7_ebx; break;
-      case Source::kLeaf7Ecx: value = leaf7_ecx; break;
-      case Source::kExt1Ecx: value = ext1_ecx; break;
-      case Source::kExt1Edx: value = ext1_edx; break;
+      case Source::kLeaf1Ecx:
+        value = leaf1_ecx;
+        break;
+      case Source::kLeaf1Edx:
+        value = leaf1_edx;
+        break;
+      case Source::kLeaf7Ebx:
+        value = leaf7_ebx;
+        break;
+      case Source::kLeaf7Ecx:
+        value = leaf7_ecx;
+        break;
+      case Source::kExt1Ecx:
+        value = ext1_ecx;
+        break;
+      case Source::kExt1Edx:
+        value = ext1_edx;
+        break;
     }
     bool supported = Bit(value, row.bit);
     if (row.needs & kIntelOnly) supported = supported && is_intel;

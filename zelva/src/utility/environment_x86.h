@@ -64,7 +64,7 @@ class EnvironmentX86 {
   uint32_t leaf7_ecx = 0;
   uint32_t ext1_ecx = 0;  // leaf 0x80000001
   uint32_t ext1_edx = 0;
-  uint32_t xcr0 = 0;  // low half of XCR0, 0 unless OSXSAVE is set
+  uint32_t xcr0 = 0;                            // low half of XCR0, 0 unless OSXSAVE is set
   std::vector<CpuidRegisters> standard_leaves;  // leaf 0 .. max_standard_leaf, subleaf 0
   std::vector<CpuidRegisters> extended_leaves;  // leaf 0x80000000 .. max_extended_leaf
 
