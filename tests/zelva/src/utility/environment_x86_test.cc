@@ -32,21 +32,10 @@ struct FakeProcessor {
     leaves[0x80000000u] = {max_extended, 0, 0, 0};
   }
 
-  uint32_t& At(Reg reg) {
-    switch (reg) {
-      case kL1Ecx:
-        return leaves[1][2];
-      case kL1Edx:
-        return leaves[1][3];
-      case kL7Ebx:
-        return leaves[7][1];
-      case kL7Ecx:
-        return leaves[7][2];
-      case kE1Ecx:
-        return leaves[0x80000001u][2];
-      default:
-        return leaves[0x80000001u][3];
-    }
+  uint32_t& At(Reg reg) {  // leaf and register index of each Reg
+    static const std::pair<uint32_t, int> where[] = {{1, 2}, {1, 3},           {7, 1},
+                                                     {7, 2}, {0x80000001u, 2}, {0x80000001u, 3}};
+    return leaves[where[reg].first][where[reg].second];
   }
   void Set(Reg reg, uint32_t value) { At(reg) = value; }
 
