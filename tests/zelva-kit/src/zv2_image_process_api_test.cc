@@ -1,0 +1,285 @@
+// The image operations as a host sees them.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "zv2_image_process.h"
+
+namespace {
+
+constexpr uint8_t kUntouched = 0xEE;
+constexpr size_t kSlack = 16;  // bytes past the image that must never be written
+
+struct Image {
+  ZVImage record{};
+  std::vector<uint8_t> bytes;
+
+  // Pixels with distinct bytes (1, 2, 3, ...), or all kUntouched for a destination.
+  Image(int32_t width, int32_t height, int32_t channels, bool fill) {
+    const size_t n = width > 0 && height > 0 && channels > 0 ? size_t(width) * height * channels : 0;
+    bytes.assign(n + kSlack, kUntouched);
+    if (fill) {
+      for (size_t i = 0; i < n; ++i) bytes[i] = static_cast<uint8_t>(i + 1);
+    }
+    record.format = 7;
+    record.width = width;
+    record.height = height;
+    record.channels = channels;
+    record.data = bytes.data();
+  }
+  const uint8_t* Pixel(int32_t y, int32_t x) const {
+    return bytes.data() + (size_t(y) * record.width + x) * record.channels;
+  }
+  bool TailUntouched(size_t image_bytes) const {
+    for (size_t i = image_bytes; i < bytes.size(); ++i) {
+      if (bytes[i] != kUntouched) return false;
+    }
+    return true;
+  }
+};
+
+std::vector<uint8_t> Rotated(const Image& src, uint32_t angle) {
+  Image dst(src.record.width, src.record.height, src.record.channels, false);
+  EXPECT_EQ(ZV2_Clockwise_Rotate_Image_CPU(&src.record, &dst.record, angle), ZV2_RESULT_OK);
+  return std::vector<uint8_t>(dst.bytes.begin(), dst.bytes.end() - kSlack);
+}
+
+TEST(ImageProcessApi, SmallExamplesByHand) {
+  // 3 wide, 2 high, one byte per pixel:  1 2 3 / 4 5 6
+  Image src(3, 2, 1, true);
+  EXPECT_EQ(Rotated(src, 0), (std::vector<uint8_t>{1, 2, 3, 4, 5, 6}));
+  EXPECT_EQ(Rotated(src, 90), (std::vector<uint8_t>{4, 1, 5, 2, 6, 3}));   // 4 1 / 5 2 / 6 3
+  EXPECT_EQ(Rotated(src, 180), (std::vector<uint8_t>{6, 5, 4, 3, 2, 1}));  // 6 5 4 / 3 2 1
+  EXPECT_EQ(Rotated(src, 270), (std::vector<uint8_t>{3, 6, 2, 5, 1, 4}));  // 3 6 / 2 5 / 1 4
+
+  Image dst(3, 2, 1, false);
+  EXPECT_EQ(ZV2_Mirror_Image_CPU(&src.record, &dst.record), ZV2_RESULT_OK);
+  EXPECT_EQ(std::vector<uint8_t>(dst.bytes.begin(), dst.bytes.begin() + 6),
+            (std::vector<uint8_t>{3, 2, 1, 6, 5, 4}));
+}
+
+// Destination pixel (r, c) of a clockwise rotation, looked up in the source.
+const uint8_t* SourceOf(const Image& src, uint32_t angle, int32_t r, int32_t c) {
+  const int32_t w = src.record.width, h = src.record.height;
+  switch (angle) {
+    case 0:
+      return src.Pixel(r, c);
+    case 90:
+      return src.Pixel(h - 1 - c, r);
+    case 180:
+      return src.Pixel(h - 1 - r, w - 1 - c);
+    default:
+      return src.Pixel(c, w - 1 - r);
+  }
+}
+
+TEST(ImageProcessApi, RotationsPixelByPixel) {
+  for (int32_t channels : {1, 3, 4}) {
+    for (auto size : {std::pair<int32_t, int32_t>{3, 5}, {5, 3}, {1, 7}, {4, 4}}) {
+      const Image src(size.first, size.second, channels, true);
+      const size_t image_bytes = size_t(size.first) * size.second * channels;
+      for (uint32_t angle : {0u, 90u, 180u, 270u}) {
+        SCOPED_TRACE(testing::Message()
+                     << size.first << "x" << size.second << "x" << channels << " @" << angle);
+        Image dst(1, 1, 1, false);
+        dst.bytes.assign(image_bytes + kSlack, kUntouched);
+        dst.record.data = dst.bytes.data();
+        dst.record.width = dst.record.height = dst.record.channels = -7;
+        ASSERT_EQ(ZV2_Clockwise_Rotate_Image_CPU(&src.record, &dst.record, angle), ZV2_RESULT_OK);
+
+        const bool turned = angle == 90 || angle == 270;
+        EXPECT_EQ(dst.record.width, turned ? size.second : size.first);
+        EXPECT_EQ(dst.record.height, turned ? size.first : size.second);
+        EXPECT_EQ(dst.record.channels, channels);
+        for (int32_t r = 0; r < dst.record.height; ++r) {
+          for (int32_t c = 0; c < dst.record.width; ++c) {
+            const uint8_t* want = SourceOf(src, angle, r, c);
+            const uint8_t* got = dst.Pixel(r, c);
+            for (int32_t k = 0; k < channels; ++k) ASSERT_EQ(got[k], want[k]) << "pixel " << r << "," << c;
+          }
+        }
+        EXPECT_TRUE(dst.TailUntouched(image_bytes));
+      }
+    }
+  }
+}
+
+TEST(ImageProcessApi, FlipAndMirrorReverseRowsAndSetNoField) {
+  const Image src(3, 5, 3, true);
+  for (auto op : {&ZV2_FlipV_Image_CPU, &ZV2_Mirror_Image_CPU}) {
+    Image dst(3, 5, 3, false);
+    dst.record.width = 3;  // the caller's own fields, left alone
+    dst.record.height = 5;
+    dst.record.channels = 3;
+    dst.record.format = 99;
+    dst.record.reserved0 = 11;
+    ASSERT_EQ(op(&src.record, &dst.record), ZV2_RESULT_OK);
+    EXPECT_EQ(dst.record.format, 99);
+    EXPECT_EQ(dst.record.reserved0, 11);
+    for (int32_t y = 0; y < 5; ++y) {
+      for (int32_t x = 0; x < 3; ++x) {
+        for (int32_t k = 0; k < 3; ++k) ASSERT_EQ(dst.Pixel(y, x)[k], src.Pixel(y, 2 - x)[k]);
+      }
+    }
+    EXPECT_TRUE(dst.TailUntouched(45));
+  }
+  // The destination's fields play no part: the source's width and channels drive the walk.
+  Image dst(3, 5, 3, false);
+  dst.record.width = dst.record.height = dst.record.channels = 0;
+  ASSERT_EQ(ZV2_FlipV_Image_CPU(&src.record, &dst.record), ZV2_RESULT_OK);
+  EXPECT_EQ(dst.record.width, 0);
+  EXPECT_EQ(dst.bytes[0], src.Pixel(0, 2)[0]);
+}
+
+std::vector<std::string> lines;
+int32_t Capture(const char* text) {
+  lines.push_back(text);
+  return 0;
+}
+
+TEST(ImageProcessApi, UnsupportedAngle) {
+  ASSERT_EQ(ZV2_SetLogTag("ZELVA"), ZV2_RESULT_OK);
+  ASSERT_EQ(ZV2_SetLogCallback(&Capture), ZV2_RESULT_OK);
+  uint32_t mask = 0;
+  ASSERT_EQ(ZV2_GetLogLevel(&mask), ZV2_RESULT_OK);
+  ASSERT_EQ(ZV2_SetLogLevel(ZV2_LOG_DEFAULT_MASK), ZV2_RESULT_OK);
+
+  const std::string head =
+      "[ZELVA]: Error in FUNCTION<ZV2_Clockwise_Rotate_Image_CPU>, FILE<zelva-kit/src/zv2_image_process.cc>, LINE<";
+  const std::string tail = ">. [Zelva Error] unsupported rotate angle\n";
+
+  const Image src(3, 5, 3, true);
+  for (uint32_t angle : {360u, static_cast<uint32_t>(-90), 45u, 1u, 91u}) {
+    SCOPED_TRACE(angle);
+    lines.clear();
+    Image dst(2, 2, 1, false);
+    dst.record.format = 4;
+    const ZVImage before = dst.record;
+    const std::vector<uint8_t> bytes_before = dst.bytes;
+    EXPECT_EQ(ZV2_Clockwise_Rotate_Image_CPU(&src.record, &dst.record, angle), ZV2_RESULT_INVALID_ARGUMENT);
+    EXPECT_EQ(dst.record.width, before.width);
+    EXPECT_EQ(dst.record.height, before.height);
+    EXPECT_EQ(dst.record.channels, before.channels);
+    EXPECT_EQ(dst.record.format, before.format);
+    EXPECT_EQ(dst.bytes, bytes_before);
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].rfind(head, 0), 0u) << lines[0];
+    EXPECT_EQ(lines[0].substr(lines[0].size() - tail.size()), tail);
+  }
+  ZV2_SetLogLevel(mask);
+}
+
+TEST(ImageProcessApi, EmptyAndNegativeSizesMoveNothing) {
+  const Image src(3, 5, 3, true);  // pixels there, but the record says otherwise
+  struct Case {
+    int32_t width, height;
+  };
+  for (Case c : {Case{3, 0}, Case{3, -2}, Case{0, 5}, Case{-3, 5}, Case{-3, -5}, Case{0, 0}}) {
+    for (uint32_t angle : {0u, 90u, 180u, 270u}) {
+      if (angle == 0 && c.height > 0) continue;  // a block copy: only the height guards it
+      SCOPED_TRACE(testing::Message() << c.width << "x" << c.height << " @" << angle);
+      ZVImage record = src.record;
+      record.width = c.width;
+      record.height = c.height;
+      Image dst(3, 5, 3, false);
+      EXPECT_EQ(ZV2_Clockwise_Rotate_Image_CPU(&record, &dst.record, angle), ZV2_RESULT_OK);
+      const bool turned = angle == 90 || angle == 270;
+      EXPECT_EQ(dst.record.width, turned ? c.height : c.width);
+      EXPECT_EQ(dst.record.height, turned ? c.width : c.height);
+      EXPECT_EQ(dst.record.channels, 3);
+      EXPECT_TRUE(dst.TailUntouched(0));
+    }
+    ZVImage record = src.record;
+    record.width = c.width;
+    record.height = c.height;
+    Image dst(3, 5, 3, false);
+    EXPECT_EQ(ZV2_Mirror_Image_CPU(&record, &dst.record), ZV2_RESULT_OK);
+    EXPECT_EQ(ZV2_FlipV_Image_CPU(&record, &dst.record), ZV2_RESULT_OK);
+    EXPECT_TRUE(dst.TailUntouched(0));
+  }
+  // Zero width with a positive height: the block copy of angle 0 is empty too.
+  ZVImage record = src.record;
+  record.width = 0;
+  Image dst(3, 5, 3, false);
+  EXPECT_EQ(ZV2_Clockwise_Rotate_Image_CPU(&record, &dst.record, 0), ZV2_RESULT_OK);
+  EXPECT_TRUE(dst.TailUntouched(0));
+  EXPECT_EQ(dst.record.width, 0);
+  EXPECT_EQ(dst.record.height, 5);
+}
+
+int32_t Bytes(int32_t format, int32_t width, int32_t height, int32_t channels, _ZV2_Result* result) {
+  ZVImage image{};
+  image.format = format;
+  image.width = width;
+  image.height = height;
+  image.channels = channels;
+  int32_t bytes = 12345;
+  *result = ZV2_Get_ZVImage_Bytes(&image, &bytes);
+  return bytes;
+}
+
+TEST(ImageProcessApi, SizeTable) {
+  struct Row {
+    int32_t format, width, height, channels, bytes;
+  };
+  const Row rows[] = {
+      {1, 3, 3, 2, 13},
+      {2, 3, 3, 2, 13},
+      {3, 3, 3, 2, 13},
+      {4, 3, 3, 2, 13},
+      {8, 3, 3, 2, 13},
+      {9, 3, 3, 2, 13},
+      {3, 5, 3, 2, 22},
+      {3, 4, 2, 2, 12},
+      {5, 3, 3, 2, 36},
+      {6, 3, 3, 2, 36},
+      {12, 3, 3, 2, 36},
+      {7, 3, 3, 2, 9},
+      {10, 3, 3, 2, 27},
+      {11, 3, 3, 2, 27},
+      {13, 3, 3, 2, 18},
+      {14, 3, 3, 2, 72},
+      {13, 5, 3, 4, 60},
+      {14, 5, 3, 4, 240},
+      // Signed 32-bit arithmetic: a negative side gives a negative size, a product past 2^31 wraps.
+      {7, -3, 3, 1, -9},
+      {1, -3, 3, 1, -13},
+      {7, 65536, 32768, 1, INT32_MIN},
+      {5, 65536, 8192, 1, INT32_MIN},
+      {1, 65536, 32768, 1, 1073741824},  // p = -2^31: p + p / 2 = -3 * 2^30, wrapped
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(testing::Message() << "format " << row.format);
+    _ZV2_Result result = ZV2_RESULT_FAILED;
+    EXPECT_EQ(Bytes(row.format, row.width, row.height, row.channels, &result), row.bytes);
+    EXPECT_EQ(result, ZV2_RESULT_OK);
+  }
+  for (int32_t format : {0, 15, -1, 100}) {
+    _ZV2_Result result = ZV2_RESULT_OK;
+    EXPECT_EQ(Bytes(format, 3, 3, 2, &result), 0);
+    EXPECT_EQ(result, ZV2_RESULT_FAILED);
+  }
+}
+
+TEST(ImageProcessApi, UnusableInputFailsLoudly) {
+  ZV2_SetLogCallback(&Capture);
+  Image img(2, 2, 1, true);
+  int32_t bytes = 0;
+  EXPECT_EQ(ZV2_Get_ZVImage_Bytes(nullptr, &bytes), ZV2_RESULT_INVALID_ARGUMENT);
+  EXPECT_EQ(ZV2_Get_ZVImage_Bytes(&img.record, nullptr), ZV2_RESULT_INVALID_ARGUMENT);
+  EXPECT_EQ(ZV2_Clockwise_Rotate_Image_CPU(&img.record, nullptr, 90), ZV2_RESULT_INVALID_ARGUMENT);
+  EXPECT_EQ(ZV2_Mirror_Image_CPU(nullptr, &img.record), ZV2_RESULT_INVALID_ARGUMENT);
+  Image no_pixels(2, 2, 1, false);
+  no_pixels.record.data = nullptr;
+  EXPECT_EQ(ZV2_FlipV_Image_CPU(&img.record, &no_pixels.record), ZV2_RESULT_INVALID_ARGUMENT);
+  // A block copy of a negative byte count.
+  ZVImage negative = img.record;
+  negative.width = -2;
+  EXPECT_EQ(ZV2_Clockwise_Rotate_Image_CPU(&negative, &no_pixels.record, 0), ZV2_RESULT_INVALID_ARGUMENT);
+}
+
+}  // namespace

@@ -1,0 +1,395 @@
+#include "zelva/src/utility/environment_x86.h"
+
+#include <cpuid.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "zelva/src/utility/logging.h"
+
+namespace zelva {
+namespace utility {
+namespace {
+
+enum Reg { kL1Ecx, kL1Edx, kL7Ebx, kL7Ecx, kE1Ecx, kE1Edx };
+
+// A processor described by its leaves (subleaf 0), read through the same walk as the real one.
+struct FakeProcessor {
+  std::map<uint32_t, CpuidRegisters> leaves;
+  uint64_t xcr0_value = 0;
+  int xgetbv_calls = 0;
+
+  FakeProcessor(const char* vendor, uint32_t max_standard, uint32_t max_extended) {
+    CpuidRegisters leaf0{max_standard, 0, 0, 0};
+    std::memcpy(&leaf0[1], vendor + 0, 4);
+    std::memcpy(&leaf0[3], vendor + 4, 4);
+    std::memcpy(&leaf0[2], vendor + 8, 4);
+    leaves[0] = leaf0;
+    leaves[0x80000000u] = {max_extended, 0, 0, 0};
+  }
+
+  uint32_t& At(Reg reg) {  // leaf and register index of each Reg
+    static const std::pair<uint32_t, int> where[] = {{1, 2}, {1, 3},           {7, 1},
+                                                     {7, 2}, {0x80000001u, 2}, {0x80000001u, 3}};
+    return leaves[where[reg].first][where[reg].second];
+  }
+  void Set(Reg reg, uint32_t value) { At(reg) = value; }
+
+  void SetBrand(const char* text) {  // up to 48 bytes, zero padded
+    char bytes[48] = {};
+    std::memcpy(bytes, text, std::min<size_t>(std::strlen(text), 48));
+    for (uint32_t i = 0; i < 3; ++i) std::memcpy(leaves[0x80000002u + i].data(), bytes + 16 * i, 16);
+  }
+
+  EnvironmentX86 Read() {
+    return EnvironmentX86(
+        [this](uint32_t leaf, uint32_t subleaf) {
+          EXPECT_EQ(subleaf, 0u);
+          auto it = leaves.find(leaf);
+          return it == leaves.end() ? CpuidRegisters{} : it->second;
+        },
+        [this]() {
+          ++xgetbv_calls;
+          return xcr0_value;
+        });
+  }
+};
+
+// Every register full, with the OS saving the XMM and YMM state.
+FakeProcessor AllBitsSet(const char* vendor, uint64_t xcr0) {
+  FakeProcessor p(vendor, 7, 0x80000004u);
+  for (Reg r : {kL1Ecx, kL1Edx, kL7Ebx, kL7Ecx, kE1Ecx, kE1Edx}) p.Set(r, 0xFFFFFFFFu);
+  p.xcr0_value = xcr0;
+  return p;
+}
+
+std::set<std::string> Unsupported(const EnvironmentX86& env) {
+  std::set<std::string> names;
+  for (const IsaFeature& f : env.Features()) {
+    if (!f.supported) names.insert(f.name);
+  }
+  return names;
+}
+
+bool Supported(const EnvironmentX86& env, const std::string& name) {
+  for (const IsaFeature& f : env.Features()) {
+    if (name == f.name) return f.supported;
+  }
+  ADD_FAILURE() << "no feature " << name;
+  return false;
+}
+
+TEST(EnvironmentX86, ReadsFieldsFromTheLeaves) {
+  FakeProcessor p("GenuineIntel", 7, 0x80000004u);
+  p.Set(kL1Ecx, 0x08000001u);  // OSXSAVE, SSE3
+  p.Set(kL1Edx, 0x02000000u);
+  p.Set(kL7Ebx, 0x11u);
+  p.Set(kL7Ecx, 0x1u);
+  p.Set(kE1Ecx, 0x21u);
+  p.Set(kE1Edx, 0x800u);
+  p.SetBrand("  Fake Processor @ 1.00GHz");
+  p.xcr0_value = 0x100000007ull;  // only the low half is kept
+
+  const EnvironmentX86 env = p.Read();
+  EXPECT_EQ(env.max_standard_leaf, 7);
+  EXPECT_EQ(env.max_extended_leaf, 0x80000004u);
+  EXPECT_EQ(env.vendor, "GenuineIntel");
+  EXPECT_TRUE(env.is_intel);
+  EXPECT_FALSE(env.is_amd);
+  EXPECT_EQ(env.brand, "  Fake Processor @ 1.00GHz");
+  EXPECT_EQ(env.leaf1_ecx, 0x08000001u);
+  EXPECT_EQ(env.leaf1_edx, 0x02000000u);
+  EXPECT_EQ(env.leaf7_ebx, 0x11u);
+  EXPECT_EQ(env.leaf7_ecx, 0x1u);
+  EXPECT_EQ(env.ext1_ecx, 0x21u);
+  EXPECT_EQ(env.ext1_edx, 0x800u);
+  EXPECT_EQ(env.xcr0, 7u);
+  EXPECT_EQ(p.xgetbv_calls, 1);
+  ASSERT_EQ(env.standard_leaves.size(), 8u);
+  ASSERT_EQ(env.extended_leaves.size(), 5u);
+  EXPECT_EQ(env.standard_leaves[7], p.leaves[7]);
+  EXPECT_EQ(env.extended_leaves[4], p.leaves[0x80000004u]);
+}
+
+TEST(EnvironmentX86, LeavesBeyondTheMaximumStayZero) {
+  {
+    // Leaf 7 exists in the table but the processor claims 6 leaves; no brand below 0x80000004.
+    FakeProcessor p("AuthenticAMD", 6, 0x80000003u);
+    p.Set(kL1Ecx, 0x1u);
+    p.Set(kL7Ebx, 0xFFFFFFFFu);
+    p.Set(kE1Edx, 0x5u);
+    p.SetBrand("Hidden");
+    const EnvironmentX86 env = p.Read();
+    EXPECT_TRUE(env.is_amd);
+    EXPECT_EQ(env.leaf1_ecx, 0x1u);
+    EXPECT_EQ(env.leaf7_ebx, 0u);
+    EXPECT_EQ(env.ext1_edx, 0x5u);
+    EXPECT_EQ(env.brand, "");
+    EXPECT_EQ(env.standard_leaves.size(), 7u);
+    EXPECT_EQ(env.extended_leaves.size(), 4u);
+  }
+  {
+    // Only leaf 0 and leaf 0x80000000: nothing else is copied, XGETBV is not executed.
+    FakeProcessor p("GenuineIntel", 0, 0x80000000u);
+    p.Set(kL1Ecx, 0xFFFFFFFFu);
+    p.Set(kE1Ecx, 0xFFFFFFFFu);
+    p.xcr0_value = 7;
+    const EnvironmentX86 env = p.Read();
+    EXPECT_EQ(env.leaf1_ecx, 0u);
+    EXPECT_EQ(env.ext1_ecx, 0u);
+    EXPECT_EQ(env.xcr0, 0u);
+    EXPECT_EQ(p.xgetbv_calls, 0);
+    EXPECT_EQ(env.standard_leaves.size(), 1u);
+    EXPECT_EQ(env.extended_leaves.size(), 1u);
+    EXPECT_EQ(Unsupported(env).size(), 51u);
+  }
+  {
+    // No extended range at all.
+    FakeProcessor p("GenuineIntel", 1, 0x10u);
+    const EnvironmentX86 env = p.Read();
+    EXPECT_EQ(env.max_extended_leaf, 0x10u);
+    EXPECT_TRUE(env.extended_leaves.empty());
+  }
+}
+
+TEST(EnvironmentX86, XgetbvOnlyWithOsxsave) {
+  FakeProcessor p = AllBitsSet("GenuineIntel", 7);
+  p.Set(kL1Ecx, ~(1u << 27));  // AVX present, OSXSAVE clear
+  const EnvironmentX86 env = p.Read();
+  EXPECT_EQ(p.xgetbv_calls, 0);
+  EXPECT_EQ(env.xcr0, 0u);
+  EXPECT_FALSE(env.IsAvxUsable());
+  EXPECT_FALSE(Supported(env, "AVX"));
+  EXPECT_FALSE(Supported(env, "OSXSAVE"));
+}
+
+// Each feature's bit, taken from the compiler's <cpuid.h> where it names it, else from the manuals.
+struct ReferenceBit {
+  const char* name;
+  Reg reg;
+  uint32_t mask;
+  const char* vendor;  // the vendor the row needs, or a third one when it needs none
+  bool ymm;            // needs the AVX bit and XCR0 bits 1 and 2 as well
+};
+
+constexpr const char* kOther = "FakeVendorXY";
+const ReferenceBit kReferenceBits[] = {
+    {"3DNOW", kE1Edx, bit_3DNOW, "AuthenticAMD", false},
+    {"3DNOWEXT", kE1Edx, bit_3DNOWP, "AuthenticAMD", false},
+    {"ABM", kE1Ecx, bit_ABM, "AuthenticAMD", false},
+    {"ADX", kL7Ebx, bit_ADX, kOther, false},
+    {"AES", kL1Ecx, bit_AES, kOther, false},
+    {"AVX", kL1Ecx, bit_AVX, kOther, true},
+    {"AVX2", kL7Ebx, bit_AVX2, kOther, true},
+    {"AVX512CD", kL7Ebx, bit_AVX512CD, kOther, false},
+    {"AVX512ER", kL7Ebx, bit_AVX512ER, kOther, false},
+    {"AVX512F", kL7Ebx, bit_AVX512F, kOther, false},
+    {"AVX512PF", kL7Ebx, bit_AVX512PF, kOther, false},
+    {"BMI1", kL7Ebx, bit_BMI, kOther, false},
+    {"BMI2", kL7Ebx, bit_BMI2, kOther, false},
+    {"CLFSH", kL1Edx, 1u << 19, kOther, false},
+    {"CMPXCHG16B", kL1Ecx, bit_CMPXCHG16B, kOther, false},
+    {"CX8", kL1Edx, bit_CMPXCHG8B, kOther, false},
+    {"ERMS", kL7Ebx, 1u << 9, kOther, false},
+    {"F16C", kL1Ecx, bit_F16C, kOther, false},
+    {"FMA", kL1Ecx, bit_FMA, kOther, false},
+    {"FSGSBASE", kL7Ebx, bit_FSGSBASE, kOther, false},
+    {"FXSR", kL1Edx, bit_FXSAVE, kOther, false},
+    {"HLE", kL7Ebx, bit_HLE, "GenuineIntel", false},
+    {"INVPCID", kL7Ebx, 1u << 10, kOther, false},
+    {"LAHF", kE1Ecx, bit_LAHF_LM, kOther, false},
+    {"LZCNT", kE1Ecx, bit_LZCNT, "GenuineIntel", false},
+    {"MMX", kL1Edx, bit_MMX, kOther, false},
+    {"MMXEXT", kE1Edx, bit_MMXEXT, "AuthenticAMD", false},
+    {"MONITOR", kL1Ecx, 1u << 3, kOther, false},
+    {"MOVBE", kL1Ecx, bit_MOVBE, kOther, false},
+    {"MSR", kL1Edx, 1u << 5, kOther, false},
+    {"OSXSAVE", kL1Ecx, bit_OSXSAVE, kOther, false},
+    {"PCLMULQDQ", kL1Ecx, bit_PCLMUL, kOther, false},
+    {"POPCNT", kL1Ecx, bit_POPCNT, kOther, false},
+    {"PREFETCHWT1", kL7Ecx, bit_PREFETCHWT1, kOther, false},
+    {"RDRAND", kL1Ecx, bit_RDRND, kOther, false},
+    {"RDSEED", kL7Ebx, bit_RDSEED, kOther, false},
+    {"RDTSCP", kE1Edx, 1u << 27, "GenuineIntel", false},
+    {"RTM", kL7Ebx, bit_RTM, "GenuineIntel", false},
+    {"SEP", kL1Edx, 1u << 11, kOther, false},
+    {"SHA", kL7Ebx, bit_SHA, kOther, false},
+    {"SSE", kL1Edx, bit_SSE, kOther, false},
+    {"SSE2", kL1Edx, bit_SSE2, kOther, false},
+    {"SSE3", kL1Ecx, bit_SSE3, kOther, false},
+    {"SSE4.1", kL1Ecx, bit_SSE4_1, kOther, false},
+    {"SSE4.2", kL1Ecx, bit_SSE4_2, kOther, false},
+    {"SSE4a", kE1Ecx, bit_SSE4a, "AuthenticAMD", false},
+    {"SSSE3", kL1Ecx, bit_SSSE3, kOther, false},
+    {"SYSCALL", kE1Edx, 1u << 11, "GenuineIntel", false},
+    {"TBM", kE1Ecx, bit_TBM, "AuthenticAMD", false},
+    {"XOP", kE1Ecx, bit_XOP, "AuthenticAMD", true},
+    {"XSAVE", kL1Ecx, bit_XSAVE, kOther, false},
+};
+
+TEST(EnvironmentX86, EachFeatureReadsItsOwnBit) {
+  const std::vector<IsaFeature> order = FakeProcessor(kOther, 7, 0x80000004u).Read().Features();
+  ASSERT_EQ(order.size(), sizeof(kReferenceBits) / sizeof(kReferenceBits[0]));
+  for (size_t i = 0; i < order.size(); ++i) {
+    const ReferenceBit& ref = kReferenceBits[i];
+    SCOPED_TRACE(ref.name);
+    EXPECT_STREQ(order[i].name, ref.name);  // report order
+    for (bool on : {true, false}) {
+      FakeProcessor p(ref.vendor, 7, 0x80000004u);
+      if (ref.ymm) {
+        p.Set(kL1Ecx, bit_AVX | bit_OSXSAVE);
+        p.xcr0_value = 6;
+      }
+      if (on) {
+        p.At(ref.reg) |= ref.mask;
+      } else {
+        p.At(ref.reg) &= ~ref.mask;
+      }
+      EXPECT_EQ(Supported(p.Read(), ref.name), on);
+    }
+  }
+}
+
+TEST(EnvironmentX86, VendorBoundRows) {
+  const std::set<std::string> amd_only = {"3DNOW", "3DNOWEXT", "ABM", "MMXEXT", "SSE4a", "TBM", "XOP"};
+  const std::set<std::string> intel_only = {"HLE", "LZCNT", "RDTSCP", "RTM", "SYSCALL"};
+  std::set<std::string> both = amd_only;
+  both.insert(intel_only.begin(), intel_only.end());
+
+  EXPECT_EQ(Unsupported(AllBitsSet("GenuineIntel", 7).Read()), amd_only);
+  EXPECT_EQ(Unsupported(AllBitsSet("AuthenticAMD", 7).Read()), intel_only);
+  EXPECT_EQ(Unsupported(AllBitsSet("HygonGenuine", 7).Read()), both);
+  // The vendor must match exactly.
+  EXPECT_FALSE(AllBitsSet("GenuineIntel", 7).Read().is_amd);
+  EXPECT_FALSE(AllBitsSet("genuineintel", 7).Read().is_intel);
+}
+
+TEST(EnvironmentX86, AvxNeedsTheOperatingSystem) {
+  // The processor has everything but the OS saves only x87 and XMM (bit 2 missing), or only YMM.
+  for (uint64_t xcr0 : {3ull, 5ull, 1ull}) {
+    SCOPED_TRACE(xcr0);
+    const EnvironmentX86 env = AllBitsSet("AuthenticAMD", xcr0).Read();
+    EXPECT_FALSE(env.IsAvxUsable());
+    std::set<std::string> expected = {"HLE", "LZCNT", "RDTSCP", "RTM", "SYSCALL", "AVX", "AVX2", "XOP"};
+    EXPECT_EQ(Unsupported(env), expected);  // the AVX-512 rows look at the processor alone
+  }
+  EXPECT_TRUE(AllBitsSet("AuthenticAMD", 6).Read().IsAvxUsable());
+}
+
+std::vector<std::string>* captured = nullptr;
+int32_t Capture(const char* text) {
+  captured->push_back(text);
+  return 0;
+}
+
+TEST(EnvironmentX86, ReportIsLoggedAtInfo) {
+  FakeProcessor p = AllBitsSet("AuthenticAMD", 3);
+  p.SetBrand("Fake 8-Core");
+  const EnvironmentX86 env = p.Read();
+
+  std::vector<std::string> lines;
+  captured = &lines;
+  const LogCallback old_callback = GetLogCallback();
+  const uint32_t old_mask = GetLogLevelMask();
+  const std::string old_tag = GetLogTag();
+  SetLogCallback(&Capture);
+  SetLogTag("ZELVA");
+  SetLogLevelMask(kDefaultLogLevelMask);
+
+  env.ReportInstructionSupported();
+  ASSERT_EQ(lines.size(), 53u);
+  EXPECT_EQ(lines[0], "[ZELVA] (Info): CPU Vendor: AuthenticAMD");
+  EXPECT_EQ(lines[1], "[ZELVA] (Info): CPU Brand: Fake 8-Core");
+  EXPECT_EQ(lines[2], "[ZELVA] (Info): 3DNOW supported");
+  EXPECT_EQ(lines[7], "[ZELVA] (Info): AVX not supported");
+  EXPECT_EQ(lines[26], "[ZELVA] (Info): LZCNT not supported");
+  EXPECT_EQ(lines[52], "[ZELVA] (Info): XSAVE supported");
+  const std::vector<std::string> report = env.ReportLines();
+  ASSERT_EQ(report.size(), lines.size());
+  for (size_t i = 0; i < report.size(); ++i) EXPECT_EQ(lines[i], "[ZELVA] (Info): " + report[i]);
+
+  lines.clear();
+  SetLogLevelMask(kDefaultLogLevelMask & ~static_cast<uint32_t>(kLogInfo));
+  env.ReportInstructionSupported();
+  EXPECT_TRUE(lines.empty());
+
+  SetLogLevelMask(old_mask);
+  SetLogTag(old_tag.c_str());
+  SetLogCallback(old_callback);
+  captured = nullptr;
+}
+
+// The instance read at load against the compiler's own CPUID helpers and feature tests.
+TEST(EnvironmentX86, RealProcessorMatchesCompilerView) {
+  const EnvironmentX86& env = EnvironmentX86::Instance();
+  unsigned a = 0, b = 0, c = 0, d = 0;
+
+  const unsigned max_standard = __get_cpuid_max(0, nullptr);
+  EXPECT_EQ(static_cast<unsigned>(env.max_standard_leaf), max_standard);
+  EXPECT_EQ(env.standard_leaves.size(), max_standard + 1u);
+  ASSERT_TRUE(__get_cpuid(0, &a, &b, &c, &d));
+  char vendor[13] = {};
+  std::memcpy(vendor, &b, 4);
+  std::memcpy(vendor + 4, &d, 4);
+  std::memcpy(vendor + 8, &c, 4);
+  EXPECT_EQ(env.vendor, vendor);
+  EXPECT_EQ(env.is_intel, std::string(vendor) == "GenuineIntel");
+  EXPECT_EQ(env.is_amd, std::string(vendor) == "AuthenticAMD");
+
+  ASSERT_TRUE(__get_cpuid(1, &a, &b, &c, &d));
+  EXPECT_EQ(env.leaf1_ecx, c);
+  EXPECT_EQ(env.leaf1_edx, d);
+  if (max_standard >= 7) {
+    ASSERT_TRUE(__get_cpuid_count(7, 0, &a, &b, &c, &d));
+    EXPECT_EQ(env.leaf7_ebx, b);
+    EXPECT_EQ(env.leaf7_ecx, c);
+  }
+
+  const unsigned max_extended = __get_cpuid_max(0x80000000u, nullptr);
+  EXPECT_EQ(env.max_extended_leaf, max_extended);
+  if (max_extended >= 0x80000001u) {
+    ASSERT_TRUE(__get_cpuid(0x80000001u, &a, &b, &c, &d));
+    EXPECT_EQ(env.ext1_ecx, c);
+    EXPECT_EQ(env.ext1_edx, d);
+  }
+  if (max_extended >= 0x80000004u) {
+    unsigned brand[13] = {};
+    for (unsigned i = 0; i < 3; ++i) {
+      __get_cpuid(0x80000002u + i, &brand[4 * i], &brand[4 * i + 1], &brand[4 * i + 2], &brand[4 * i + 3]);
+    }
+    EXPECT_EQ(env.brand, reinterpret_cast<const char*>(brand));
+  }
+
+  // x86-64 guarantees SSE and SSE2; with OSXSAVE the x87 state bit of XCR0 is always set.
+  EXPECT_TRUE(env.IsSseSupported());
+  if (env.leaf1_ecx & bit_OSXSAVE) {
+    EXPECT_EQ(env.xcr0 & 1u, 1u);
+  } else {
+    EXPECT_EQ(env.xcr0, 0u);
+  }
+
+  // The compiler's runtime checks the operating system's support for AVX, as ours does.
+  __builtin_cpu_init();
+  EXPECT_EQ(env.IsAvxUsable(), __builtin_cpu_supports("avx") != 0);
+  EXPECT_EQ(Supported(env, "AVX"), __builtin_cpu_supports("avx") != 0);
+  EXPECT_EQ(Supported(env, "AVX2"), __builtin_cpu_supports("avx2") != 0);
+  EXPECT_EQ(Supported(env, "SSE"), __builtin_cpu_supports("sse") != 0);
+  EXPECT_EQ(Supported(env, "SSE2"), __builtin_cpu_supports("sse2") != 0);
+  EXPECT_EQ(Supported(env, "SSE3"), __builtin_cpu_supports("sse3") != 0);
+  EXPECT_EQ(Supported(env, "SSSE3"), __builtin_cpu_supports("ssse3") != 0);
+  EXPECT_EQ(Supported(env, "SSE4.1"), __builtin_cpu_supports("sse4.1") != 0);
+  EXPECT_EQ(Supported(env, "SSE4.2"), __builtin_cpu_supports("sse4.2") != 0);
+  EXPECT_EQ(Supported(env, "POPCNT"), __builtin_cpu_supports("popcnt") != 0);
+  EXPECT_EQ(Supported(env, "AES"), __builtin_cpu_supports("aes") != 0);
+  EXPECT_EQ(Supported(env, "PCLMULQDQ"), __builtin_cpu_supports("pclmul") != 0);
+  EXPECT_EQ(Supported(env, "BMI1"), __builtin_cpu_supports("bmi") != 0);
+  EXPECT_EQ(Supported(env, "BMI2"), __builtin_cpu_supports("bmi2") != 0);
+}
+
+}  // namespace
+}  // namespace utility
+}  // namespace zelva
