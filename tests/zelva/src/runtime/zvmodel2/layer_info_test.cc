@@ -66,21 +66,26 @@ const KindLayout kKinds[] = {
     {31, "ClipInfo", "minimum_value:half maximum_value:half"},
     {32, "SoftmaxInfo", "dim:u16"},
     {33, "RNNCellInfo",
-     "in_size:u16 hidden_size:u16 if_bias:bool activation_type:u16 activation_alpha:half activation_beta:half "
+     "in_size:u16 hidden_size:u16 if_bias:bool activation_type:u16 activation_alpha:half "
+     "activation_beta:half "
      "weight_ih:weight weight_hh:weight bias_ih:weight bias_hh:weight"},
     {34, "RNNInfo",
-     "in_size:u16 hidden_size:u16 if_bias:bool activation_type:u16 activation_alpha:half activation_beta:half "
-     "num_layers:u16 bidirectional:bool complex_rnn_type:u16 weight_ih_forward:weights weight_hh_forward:weights "
+     "in_size:u16 hidden_size:u16 if_bias:bool activation_type:u16 activation_alpha:half "
+     "activation_beta:half "
+     "num_layers:u16 bidirectional:bool complex_rnn_type:u16 weight_ih_forward:weights "
+     "weight_hh_forward:weights "
      "bias_ih_forward:weights bias_hh_forward:weights weight_ih_reverse:weights weight_hh_reverse:weights "
      "bias_ih_reverse:weights bias_hh_reverse:weights"},
     {35, "LSTMCellInfo",
-     "in_size:u16 hidden_size:u16 if_bias:bool weight_ih:weight weight_hh:weight bias_ih:weight bias_hh:weight"},
+     "in_size:u16 hidden_size:u16 if_bias:bool weight_ih:weight weight_hh:weight bias_ih:weight "
+     "bias_hh:weight"},
     {36, "LSTMInfo",
      "in_size:u16 hidden_size:u16 if_bias:bool num_layers:u16 bidirectional:bool complex_rnn_type:u16 "
      "weight_ih_forward:weights weight_hh_forward:weights bias_ih_forward:weights bias_hh_forward:weights "
      "weight_ih_reverse:weights weight_hh_reverse:weights bias_ih_reverse:weights bias_hh_reverse:weights"},
     {37, "GRUCellInfo",
-     "in_size:u16 hidden_size:u16 if_bias:bool weight_ih:weight weight_hh:weight bias_ih:weight bias_hh:weight"},
+     "in_size:u16 hidden_size:u16 if_bias:bool weight_ih:weight weight_hh:weight bias_ih:weight "
+     "bias_hh:weight"},
     {38, "GRUInfo",
      "in_size:u16 hidden_size:u16 if_bias:bool num_layers:u16 bidirectional:bool complex_rnn_type:u16 "
      "weight_ih_forward:weights weight_hh_forward:weights bias_ih_forward:weights bias_hh_forward:weights "
@@ -110,8 +115,7 @@ std::vector<Visited> Parse(const std::string& fields) {
 }
 
 std::vector<Visited> Expected(const KindLayout& kind) {
-  std::vector<Visited> out =
-      Parse("serializable_type:str type:u16 id:str input_ids:vec<str> read_count:u16");
+  std::vector<Visited> out = Parse("serializable_type:str type:u16 id:str input_ids:vec<str> read_count:u16");
   for (const Visited& v : Parse(kind.fields)) out.push_back(v);
   return out;
 }
@@ -189,10 +193,12 @@ TEST(LayerInfo, VersionGatesSkipLaterFieldsOfOlderFiles) {
 
 TEST(LayerInfo, OlderFilesKeepTheDefaultsOfGatedFields) {
   ActivationInfo act;
-  ScriptVisitor::Walk(act, 20011, {{"num_parameters", std::any(int16_t{5})}, {"weight", std::any(std::string("x"))}});
+  ScriptVisitor::Walk(act, 20011,
+                      {{"num_parameters", std::any(int16_t{5})}, {"weight", std::any(std::string("x"))}});
   EXPECT_EQ(act.num_parameters, 1);
   EXPECT_EQ(act.weight, "");
-  ScriptVisitor::Walk(act, 20012, {{"num_parameters", std::any(int16_t{5})}, {"weight", std::any(std::string("x"))}});
+  ScriptVisitor::Walk(act, 20012,
+                      {{"num_parameters", std::any(int16_t{5})}, {"weight", std::any(std::string("x"))}});
   EXPECT_EQ(act.num_parameters, 5);
   EXPECT_EQ(act.weight, "x");
 
@@ -248,6 +254,14 @@ TEST(LayerInfo, ConstructorDefaults) {
   }
 }
 
+// Equal values of the same type, for the listed types.
+template <class... T>
+bool AnyEqual(const std::any& a, const std::any& b) {
+  bool same = false;
+  ((std::any_cast<T>(&a) != nullptr && (same = *std::any_cast<T>(&a) == *std::any_cast<T>(&b))), ...);
+  return same;
+}
+
 // Every field gets a value of its own from the script; a second walk must see each value under its own key,
 // so no two keys share a member and no key reads into the wrong place.
 TEST(LayerInfo, EachKeyOwnsItsField) {
@@ -279,22 +293,10 @@ TEST(LayerInfo, EachKeyOwnsItsField) {
     for (const auto& entry : script) {
       const std::any& seen = again->seen.at(entry.first);
       ASSERT_EQ(seen.type(), entry.second.type()) << entry.first;
-      bool same = false;
-      if (auto* a = std::any_cast<uint16_t>(&seen)) same = *a == std::any_cast<uint16_t>(entry.second);
-      if (auto* a = std::any_cast<int16_t>(&seen)) same = *a == std::any_cast<int16_t>(entry.second);
-      if (auto* a = std::any_cast<int32_t>(&seen)) same = *a == std::any_cast<int32_t>(entry.second);
-      if (auto* a = std::any_cast<float>(&seen)) same = *a == std::any_cast<float>(entry.second);
-      if (auto* a = std::any_cast<half>(&seen)) same = a->bits() == std::any_cast<half>(entry.second).bits();
-      if (auto* a = std::any_cast<bool>(&seen)) same = *a == std::any_cast<bool>(entry.second);
-      if (auto* a = std::any_cast<std::string>(&seen)) same = *a == std::any_cast<std::string>(entry.second);
-      using Strings = std::vector<std::string>;
-      if (auto* a = std::any_cast<Strings>(&seen)) same = *a == std::any_cast<Strings>(entry.second);
-      using I16s = std::vector<int16_t>;
-      if (auto* a = std::any_cast<I16s>(&seen)) same = *a == std::any_cast<I16s>(entry.second);
-      using U16s = std::vector<uint16_t>;
-      if (auto* a = std::any_cast<U16s>(&seen)) same = *a == std::any_cast<U16s>(entry.second);
-      using U16ss = std::vector<std::vector<uint16_t>>;
-      if (auto* a = std::any_cast<U16ss>(&seen)) same = *a == std::any_cast<U16ss>(entry.second);
+      const bool same =
+          AnyEqual<uint16_t, int16_t, int32_t, float, half, bool, std::string, std::vector<std::string>,
+                   std::vector<int16_t>, std::vector<uint16_t>, std::vector<std::vector<uint16_t>>>(
+              seen, entry.second);
       EXPECT_TRUE(same) << entry.first;
     }
   }
@@ -304,11 +306,16 @@ TEST(LayerInfo, EachKeyOwnsItsField) {
 TEST(LayerInfo, KeysReachTheirNamedMembers) {
   Conv2dInfo conv;
   ScriptVisitor::Walk(conv, 20018,
-                      {{"kernel_x", std::any(uint16_t{3})}, {"kernel_y", std::any(uint16_t{5})},
-                       {"padding_l", std::any(uint16_t{1})}, {"padding_t", std::any(uint16_t{2})},
-                       {"padding_r", std::any(uint16_t{3})}, {"padding_b", std::any(uint16_t{4})},
-                       {"in_channels", std::any(uint16_t{16})}, {"out_channels", std::any(uint16_t{8})},
-                       {"weight", std::any(std::string("W"))}, {"bias", std::any(std::string("B"))}});
+                      {{"kernel_x", std::any(uint16_t{3})},
+                       {"kernel_y", std::any(uint16_t{5})},
+                       {"padding_l", std::any(uint16_t{1})},
+                       {"padding_t", std::any(uint16_t{2})},
+                       {"padding_r", std::any(uint16_t{3})},
+                       {"padding_b", std::any(uint16_t{4})},
+                       {"in_channels", std::any(uint16_t{16})},
+                       {"out_channels", std::any(uint16_t{8})},
+                       {"weight", std::any(std::string("W"))},
+                       {"bias", std::any(std::string("B"))}});
   EXPECT_EQ(conv.kernel_x, 3);
   EXPECT_EQ(conv.kernel_y, 5);
   EXPECT_EQ(conv.padding_l, 1);
@@ -323,9 +330,12 @@ TEST(LayerInfo, KeysReachTheirNamedMembers) {
   GRUInfo gru;
   using Strings = std::vector<std::string>;
   ScriptVisitor::Walk(gru, 20018,
-                      {{"in_size", std::any(uint16_t{74})}, {"hidden_size", std::any(uint16_t{256})},
-                       {"weight_ih_forward", std::any(Strings{"wi"})}, {"weight_hh_forward", std::any(Strings{"wh"})},
-                       {"bias_ih_forward", std::any(Strings{"bi"})}, {"bias_hh_forward", std::any(Strings{"bh"})}});
+                      {{"in_size", std::any(uint16_t{74})},
+                       {"hidden_size", std::any(uint16_t{256})},
+                       {"weight_ih_forward", std::any(Strings{"wi"})},
+                       {"weight_hh_forward", std::any(Strings{"wh"})},
+                       {"bias_ih_forward", std::any(Strings{"bi"})},
+                       {"bias_hh_forward", std::any(Strings{"bh"})}});
   EXPECT_EQ(gru.in_size, 74);
   EXPECT_EQ(gru.hidden_size, 256);
   EXPECT_EQ(gru.weight_ih_forward, Strings{"wi"});
@@ -335,8 +345,10 @@ TEST(LayerInfo, KeysReachTheirNamedMembers) {
 
   BatchNorm1dInfo bn;
   ScriptVisitor::Walk(bn, 20018,
-                      {{"scale", std::any(std::string("s"))}, {"shift", std::any(std::string("h"))},
-                       {"variance", std::any(std::string("v"))}, {"mean", std::any(std::string("m"))}});
+                      {{"scale", std::any(std::string("s"))},
+                       {"shift", std::any(std::string("h"))},
+                       {"variance", std::any(std::string("v"))},
+                       {"mean", std::any(std::string("m"))}});
   EXPECT_EQ(bn.scale, "s");
   EXPECT_EQ(bn.shift, "h");
   EXPECT_EQ(bn.variance, "v");
@@ -344,8 +356,10 @@ TEST(LayerInfo, KeysReachTheirNamedMembers) {
 
   Upsample2dInfo up;
   ScriptVisitor::Walk(up, 20018,
-                      {{"scale_factor_y", std::any(2.0f)}, {"scale_factor_x", std::any(3.0f)},
-                       {"scale_width", std::any(4.0f)}, {"scale_height", std::any(5.0f)}});
+                      {{"scale_factor_y", std::any(2.0f)},
+                       {"scale_factor_x", std::any(3.0f)},
+                       {"scale_width", std::any(4.0f)},
+                       {"scale_height", std::any(5.0f)}});
   EXPECT_EQ(up.scale_factor_y, 2.0f);
   EXPECT_EQ(up.scale_factor_x, 3.0f);
   EXPECT_EQ(up.scale_width, 4.0f);

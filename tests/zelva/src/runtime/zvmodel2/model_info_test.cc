@@ -66,23 +66,36 @@ TEST(ModelInfo, RootWalkOrder) {
   model.squential_output_ids = {"c"};
 
   auto v = ScriptVisitor::Walk(model);
-  const std::vector<Visited> root = {{"str", "serializable_type"},    {"vec<str>", "squential_output_ids"},
-                                     {"object", "extra_info"},        {"vec<str>", "squential_ids"},
-                                     {"vec<u16>", "squential_types"}, {"object", "in"},
+  const std::vector<Visited> root = {{"str", "serializable_type"},
+                                     {"vec<str>", "squential_output_ids"},
+                                     {"object", "extra_info"},
+                                     {"vec<str>", "squential_ids"},
+                                     {"vec<u16>", "squential_types"},
+                                     {"object", "in"},
                                      {"object", "c"}};
   EXPECT_EQ(v->Level(), root);
   EXPECT_EQ(v->Seen<std::string>("serializable_type"), "ZVModelInfo");
   EXPECT_EQ(v->Seen<Strings>("squential_ids"), (Strings{"in", "c"}));
   EXPECT_EQ(v->Seen<Types>("squential_types"), (Types{0, 2}));
 
-  const std::vector<Visited> extra = {
-      {"str", "serializable_type"}, {"u32", "version"},      {"u32", "app_type"}, {"u32", "model_id"},
-      {"u32", "model_base_h"},      {"u32", "model_base_w"}, {"u64", "fmlas"},    {"object", "time"},
-      {"str", "device"},            {"str", "summary"}};
+  const std::vector<Visited> extra = {{"str", "serializable_type"},
+                                      {"u32", "version"},
+                                      {"u32", "app_type"},
+                                      {"u32", "model_id"},
+                                      {"u32", "model_base_h"},
+                                      {"u32", "model_base_w"},
+                                      {"u64", "fmlas"},
+                                      {"object", "time"},
+                                      {"str", "device"},
+                                      {"str", "summary"}};
   EXPECT_EQ(v->Level("extra_info/"), extra);
   EXPECT_EQ(v->Seen<std::string>("extra_info/serializable_type"), "NetExtraInfo");
-  const std::vector<Visited> time = {{"str", "serializable_type"}, {"u32", "year"}, {"u32", "moon"},
-                                     {"u32", "day"},               {"u32", "hour"}, {"u32", "min"},
+  const std::vector<Visited> time = {{"str", "serializable_type"},
+                                     {"u32", "year"},
+                                     {"u32", "moon"},
+                                     {"u32", "day"},
+                                     {"u32", "hour"},
+                                     {"u32", "min"},
                                      {"u32", "sec"}};
   EXPECT_EQ(v->Level("extra_info/time/"), time);
   EXPECT_EQ(v->Seen<std::string>("extra_info/time/serializable_type"), "TimeInfo");
@@ -160,7 +173,8 @@ TEST(ModelInfo, WalkFailures) {
               HasSubstr("Unknow Layer Type."));
   EXPECT_THAT(read({{"squential_ids", std::any(Strings{"a"})}, {"squential_types", std::any(Types{4})}}),
               HasSubstr("Unsupported Layer Type [4]."));
-  EXPECT_THAT(read({}, 20019), HasSubstr("_serialization_protocol_version > __SERIALIZATION_PROTOCOL_VERSION__."));
+  EXPECT_THAT(read({}, 20019),
+              HasSubstr("_serialization_protocol_version > __SERIALIZATION_PROTOCOL_VERSION__."));
   EXPECT_EQ(read({}, 20018), "<no failure>");  // no layers at all
 }
 
@@ -175,13 +189,15 @@ TEST(ModelInfo, ListedTypeWinsOverStoredTypeWithWarning) {
   EXPECT_NE(std::dynamic_pointer_cast<Conv2dInfo>(layer), nullptr);
   EXPECT_EQ(layer->type, 2);
   ASSERT_EQ(LogCapture::lines().size(), 1u);
-  EXPECT_THAT(LogCapture::lines()[0], HasSubstr("This ZVModelInfo may be a old vesion file, please verify it."));
+  EXPECT_THAT(LogCapture::lines()[0],
+              HasSubstr("This ZVModelInfo may be a old vesion file, please verify it."));
 }
 
 TEST(ModelInfo, RepeatedIdVisitsOneDescriptionTwice) {
   ZVModelInfo model;
   auto v = ScriptVisitor::Walk(
-      model, 20018, {{"squential_ids", std::any(Strings{"a", "a"})}, {"squential_types", std::any(Types{1, 1})}});
+      model, 20018,
+      {{"squential_ids", std::any(Strings{"a", "a"})}, {"squential_types", std::any(Types{1, 1})}});
   EXPECT_EQ(model.layers().size(), 1u);
   const auto root = v->Level();
   EXPECT_EQ(root[root.size() - 2], (Visited{"object", "a"}));

@@ -23,7 +23,9 @@ struct Visited {
   bool operator==(const Visited& other) const { return tag == other.tag && path == other.path; }
 };
 
-inline std::ostream& operator<<(std::ostream& os, const Visited& v) { return os << v.path << ":" << v.tag; }
+inline std::ostream& operator<<(std::ostream& os, const Visited& v) {
+  return os << v.path << ":" << v.tag;
+}
 
 class ScriptVisitor : public Visitor, public WeightFieldVisitor {
  public:
@@ -42,7 +44,8 @@ class ScriptVisitor : public Visitor, public WeightFieldVisitor {
     return visitor;
   }
 
-  // The recorded visits below `prefix` ("" for all), paths relative to it, nested objects' own fields left out.
+  // The recorded visits below `prefix` ("" for all), paths relative to it, nested objects' own fields left
+  // out.
   std::vector<Visited> Level(const std::string& prefix = "") const {
     std::vector<Visited> out;
     for (const Visited& v : visits) {
@@ -58,7 +61,9 @@ class ScriptVisitor : public Visitor, public WeightFieldVisitor {
     return std::any_cast<T>(seen.at(path));
   }
 
-  void Visit(std::vector<std::vector<uint16_t>>& v, const std::string& n) override { Take(v, "vec<vec<u16>>", n); }
+  void Visit(std::vector<std::vector<uint16_t>>& v, const std::string& n) override {
+    Take(v, "vec<vec<u16>>", n);
+  }
   void Visit(std::vector<uint64_t>& v, const std::string& n) override { Take(v, "vec<u64>", n); }
   void Visit(std::vector<uint32_t>& v, const std::string& n) override { Take(v, "vec<u32>", n); }
   void Visit(std::vector<int64_t>& v, const std::string& n) override { Take(v, "vec<i64>", n); }
