@@ -116,21 +116,6 @@ TEST_F(LayoutConvertTest, GNCHWTargetsPlaceEveryElementByTheirIndexRule) {
   }
 }
 
-TEST_F(LayoutConvertTest, HalfWeightsMoveWholeElements) {
-  const auto in = Numbered<uint16_t>({1, 8, 8, 1, 2}, DataType::FLOAT16, Layout::GNCHW);
-  const auto out = ConvertGNCHWToGN8C8HW8n8c(in, device);
-  ASSERT_NE(out, nullptr);
-  EXPECT_EQ(out->shape.data_type, DataType::FLOAT16);
-  const std::vector<uint32_t> out_dims = {1, 1, 1, 1, 2, 8, 8};
-  const uint16_t* dst = out->Data<uint16_t>();
-  const uint16_t* src = in->Data<uint16_t>();
-  for (uint32_t n = 0; n < 8; ++n)
-    for (uint32_t c = 0; c < 8; ++c)
-      for (uint32_t w = 0; w < 2; ++w)
-        EXPECT_EQ(dst[Offset(out_dims, {0, 0, 0, 0, w, c, n})],
-                  src[Offset({1, 8, 8, 1, 2}, {0, n, c, 0, w})]);
-}
-
 TEST_F(LayoutConvertTest, FullyConnectedWeightPutsTheOutputLaneInnermost) {
   const uint32_t O = 16, I = 24;
   const auto in = Numbered<float>({O, I}, DataType::FLOAT32, Layout::OI);

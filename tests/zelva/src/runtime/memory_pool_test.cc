@@ -199,13 +199,6 @@ TEST(AlignUpPoolTest, MisuseIsAnAssertionFailure) {
   std::free(leaked);
 }
 
-TEST(PoolTest, BadAlignmentIsRefused) {
-  const uint64_t zero = 0, three = 3;
-  EXPECT_THROW(AlignUpPool{zero}, std::runtime_error);
-  EXPECT_THROW(AlignUpPool{three}, std::runtime_error);
-  EXPECT_THROW(AlignedPool{48}, std::runtime_error);
-}
-
 }  // namespace
 }  // namespace runtime
 }  // namespace zelva
