@@ -1,0 +1,122 @@
+#include "zelva/src/runtime/device.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+namespace zelva {
+namespace runtime {
+namespace {
+
+class DeviceTest : public ::testing::Test {
+ protected:
+  const uint64_t alignment = 4096;
+  std::shared_ptr<AlignedPool> pool = std::make_shared<AlignedPool>(4096);
+  std::shared_ptr<AlignUpPool> up_pool = std::make_shared<AlignUpPool>(alignment);
+  std::shared_ptr<DeviceCPU> device = DeviceCPU::Create(DeviceConfig(), pool, nullptr, up_pool);
+};
+
+TEST_F(DeviceTest, CreateTensorFollowsUseUpPoolAndReturnsBlocksWhereTheyCameFrom) {
+  const TensorShape shape({4, 5}, DataType::FLOAT32, Layout::BC);
+  std::shared_ptr<Tensor> weight, working, forced;
+  device->CreateTensor(weight, shape);
+  device->use_up_pool = true;
+  device->CreateTensor(working, shape);
+  device->use_up_pool = false;
+  device->CreateTensorInUpPool(forced, shape);
+
+  EXPECT_EQ(pool->used_blocks.count(weight->data), 1u);
+  EXPECT_EQ(up_pool->used_blocks.count(working->data), 1u);
+  EXPECT_EQ(up_pool->used_blocks.count(forced->data), 1u);
+  EXPECT_EQ(weight->device, device.get());
+  EXPECT_EQ(weight->shape.dims, shape.dims);
+
+  // The deleters were fixed at creation: `working` goes back to the up-pool although the flag is clear now.
+  working.reset();
+  forced.reset();
+  weight.reset();
+  EXPECT_TRUE(pool->used_blocks.empty());
+  EXPECT_TRUE(up_pool->used_blocks.empty());
+  EXPECT_EQ(pool->free_blocks.size(), 1u);
+  EXPECT_EQ(up_pool->free_blocks.size(), 2u);
+
+  // The next frame reuses them without growing either pool.
+  const uint64_t up_total = up_pool->TotalBytes(), total = pool->TotalBytes();
+  device->use_up_pool = true;
+  device->CreateTensor(working, shape);
+  EXPECT_EQ(up_pool->used_blocks.count(working->data), 1u);
+  EXPECT_EQ(up_pool->TotalBytes(), up_total);
+  EXPECT_EQ(pool->TotalBytes(), total);
+}
+
+TEST_F(DeviceTest, UseUpPoolWithoutUpPoolFallsBackToPool) {
+  std::shared_ptr<Tensor> empty;  // a zero-sized shape still takes a block
+  device->CreateTensor(empty, TensorShape({4, 0}, DataType::FLOAT32, Layout::BC));
+  EXPECT_EQ(pool->used_blocks.count(empty->data), 1u);
+
+  auto plain = DeviceCPU::Create(DeviceConfig(), pool, nullptr, nullptr);
+  plain->use_up_pool = true;
+  std::shared_ptr<Tensor> t;
+  plain->CreateTensor(t, TensorShape({3}, DataType::FLOAT32, Layout::C));
+  EXPECT_EQ(pool->used_blocks.count(t->data), 1u);
+  t.reset();
+  EXPECT_THROW(plain->CreateTensorInUpPool(t, TensorShape({3}, DataType::FLOAT32, Layout::C)),
+               std::runtime_error);
+}
+
+TEST_F(DeviceTest, SourceIsCopiedAndOnlyZeroFormsClear) {
+  const float source[6] = {1, 2, 3, 4, 5, 6};
+  std::shared_ptr<Tensor> t;
+  device->CreateVector(t, 6, source);
+  EXPECT_NE(t->data, source);
+  EXPECT_EQ(std::memcmp(t->data, source, sizeof(source)), 0);
+  EXPECT_EQ(t->shape.layout, Layout::C);
+  EXPECT_EQ(t->shape.dims, std::vector<uint32_t>{6});
+  std::memset(t->data, 0xAB, sizeof(source));
+  void* block = t->data;
+  t.reset();
+
+  // Same size again: the dirty block comes back as it was.
+  device->CreateTensor(t, TensorShape({6}, DataType::FLOAT32, Layout::C));
+  ASSERT_EQ(t->data, block);
+  EXPECT_EQ(static_cast<unsigned char*>(t->data)[5], 0xAB);
+  t.reset();
+  device->CreateZeroVector(t, 6);
+  ASSERT_EQ(t->data, block);
+  EXPECT_EQ(std::vector<float>(t->Data<float>(), t->Data<float>() + 6), std::vector<float>(6, 0.0f));
+  t.reset();
+  device->CreateZeroFlexible(t, {2, 3});
+  ASSERT_EQ(t->data, block);
+  EXPECT_EQ(t->shape.layout, Layout::FLEXIABLE);
+  EXPECT_EQ(t->Data<float>()[5], 0.0f);
+  t.reset();
+  device->CreateFlexible(t, {3, 2}, source);
+  EXPECT_EQ(t->Data<float>()[4], 5.0f);
+  EXPECT_EQ(t->shape.data_type, DataType::FLOAT32);
+  EXPECT_EQ(t->shape.location, Location::MainMemory);
+}
+
+TEST_F(DeviceTest, WrappingNeitherCopiesNorFrees) {
+  std::vector<float> host = {1, 2, 3, 4, 5, 6};
+  std::shared_ptr<Tensor> planar, vector, general;
+  device->WrapPlanar(planar, {1, 2, 3}, host.data());
+  device->WrapVector(vector, 6, host.data());
+  device->WrapTensor(general, TensorShape({6}, DataType::INT32, Layout::FLEXIABLE), host.data());
+  EXPECT_EQ(planar->data, host.data());
+  EXPECT_EQ(planar->shape.layout, Layout::CHW);
+  EXPECT_EQ(planar->shape.data_type, DataType::FLOAT32);
+  EXPECT_EQ(vector->shape.layout, Layout::C);
+  EXPECT_EQ(general->shape.data_type, DataType::INT32);
+  static_cast<float*>(vector->data)[0] = 10;
+  planar.reset();
+  vector.reset();
+  general.reset();
+  EXPECT_EQ(host, (std::vector<float>{10, 2, 3, 4, 5, 6}));
+  EXPECT_EQ(pool->TotalBytes(), 0u);
+  EXPECT_EQ(up_pool->TotalBytes(), 0u);
+}
+
+}  // namespace
+}  // namespace runtime
+}  // namespace zelva
