@@ -104,8 +104,9 @@ std::stringstream ReadJsonFile2StrStream(const std::string& path);
 // The same as a plain string, without the stream's copies (large models carry megabytes of Base64 text).
 std::string ReadJsonFile2String(const std::string& path);
 
-// Parse flags used for every model and configuration text: NaN and Infinity literals are accepted.
-constexpr unsigned kJsonParseFlags = rapidjson::kParseNanAndInfFlag;
+// Parse flags used for every model and configuration text: numbers are converted exactly (a double written
+// by the setter reads back bit for bit), and NaN and Infinity literals are accepted.
+constexpr unsigned kJsonParseFlags = rapidjson::kParseFullPrecisionFlag | rapidjson::kParseNanAndInfFlag;
 
 }  // namespace runtime
 }  // namespace zelva
