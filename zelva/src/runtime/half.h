@@ -14,9 +14,7 @@ using half = Imath::half;
 
 // Truncating float -> half (table method: base table by exponent, shift table by exponent).
 half FloatToHalf(float value);
-inline float HalfToFloat(half value) {
-  return static_cast<float>(value);
-}
+inline float HalfToFloat(half value) { return static_cast<float>(value); }
 
 }  // namespace runtime
 }  // namespace zelva
