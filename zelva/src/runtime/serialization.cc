@@ -11,6 +11,7 @@
 #include "zelva/src/runtime/file_visitor.h"
 #include "zelva/src/runtime/json_visitor.h"
 #include "zelva/src/utility/logging.h"
+#include "zelva/src/utility/string_util.h"
 
 namespace zelva {
 namespace runtime {
@@ -42,13 +43,6 @@ using FilePtr = std::unique_ptr<FILE, int (*)(FILE*)>;
 // Paths are UTF-8; the platform's narrow open takes them as they are.
 FilePtr OpenFile(const std::string& path, const char* mode) {
   return FilePtr(std::fopen(path.c_str(), mode), &std::fclose);
-}
-
-// The last `n` characters. A shorter path is an out-of-range position, reported as such rather than
-// treated as a mismatch.
-std::string Tail(const std::string& path, size_t n) {
-  if (path.size() < n) throw std::out_of_range("invalid string position");
-  return path.substr(path.size() - n);
 }
 
 bool IsKnownPrecision(const std::string& precision) {
@@ -92,12 +86,12 @@ void Serializable::FromFile(const std::string& path, const std::string& type) {
 }
 
 void Serializable::FromFile(const std::string& path) {
-  if (Tail(path, 5) == ".json") {
+  if (utility::EndsWithChecked(path, ".json")) {
     FromFile(path, "json");
     return;
   }
-  if (Tail(path, 6) == ".zvmod" || Tail(path, 6) == ".zvcfg" || Tail(path, 7) == ".zvmods" ||
-      Tail(path, 7) == ".zvcfgs") {
+  if (utility::EndsWithChecked(path, ".zvmod") || utility::EndsWithChecked(path, ".zvcfg") ||
+      utility::EndsWithChecked(path, ".zvmods") || utility::EndsWithChecked(path, ".zvcfgs")) {
     FromFile(path, "bin");
     return;
   }
