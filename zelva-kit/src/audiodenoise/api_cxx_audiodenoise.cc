@@ -2,7 +2,15 @@
 
 #include <cstring>
 #include <exception>
+#include <memory>
+#include <string>
+#include <vector>
 
+#include "zelva-kit/src/generic_path.h"
+#include "zelva/src/kernel/registry/registry.h"
+#include "zelva/src/runtime/net_constructor.h"
+#include "zelva/src/runtime/zvmodel2/model_cfg.h"
+#include "zelva/src/runtime/zvmodel2/model_info.h"
 #include "zelva/src/utility/logging.h"
 #include "zelva/src/utility/string_util.h"
 
@@ -11,25 +19,83 @@ namespace dlaudiodenoise {
 
 namespace {
 constexpr const char* kUseHyperspecific = "UseHyperspecific";
-bool IsOn(const char* value) { return value != nullptr && std::strcmp(value, "1") == 0; }
+constexpr uint64_t kPoolAlignment = 4096;
+
+// Only the exact text "1" switches the fused path on.
+bool IsOn(const char* value) {
+  return value != nullptr && std::strcmp(value, "1") == 0;
+}
+
+// ".json" (exact, case-sensitive) is JSON; anything else is the binary form.
+const char* FileFormat(const std::string& path) {
+  return utility::EndsWithChecked(path, ".json") ? "json" : "bin";
+}
 }  // namespace
 
 struct AudioDenoise::PrivateMembers {
+  kit::GenericPath generic;  // context, kernel registry, net, extra info, inputs, output ids
+  std::vector<std::shared_ptr<runtime::IKernel>> rnn_kernels;
   bool use_hyperspecific = false;
 
   int32_t Load(int32_t argc, const char** argv) {
     ZV_ASSERT(argv != nullptr && argv[0] != nullptr, "Invaild model path.");
     if (argc >= 3) use_hyperspecific = IsOn(argv[2]);
+
+    auto model = std::make_shared<runtime::ZVModelInfo>();
     const std::string model_path(argv[0]);
-    const bool json = utility::EndsWithChecked(model_path, ".json");
-    (void)json;
-    ZV_ASSERT(false, "reading model files is not available in this build.");
+    model->FromFile(model_path, FileFormat(model_path));  // binary models carry half-precision weights
+
+    if (use_hyperspecific) {
+      ZV_LOG_ERROR("using hyper specific audio denoise model");
+    }
+
+    generic.context = runtime::CreateCPUContext(kPoolAlignment);
+    kernel::RegisterBaseKernels(generic.kernel_registry);
+    kernel::RegisterFallbackKernels(generic.kernel_registry);
+    kernel::RegisterSGEMMKernels(generic.kernel_registry);
+    kernel::RegisterSSEKernels(generic.kernel_registry);
+    kernel::RegisterAVXKernels(generic.kernel_registry);
+
+    if (generic.net == nullptr) {
+      ZV_ASSERT(argc >= 2 && argv[1] != nullptr, "Invaild config path.");
+      auto configs = std::make_shared<runtime::ZVModelMultiBackendCfgs>();
+      const std::string config_path(argv[1]);
+      configs->FromFile(config_path, FileFormat(config_path));
+
+      kit::BindModelIo(generic, *model);
+      // The SSE configuration names every kernel, whatever the processor.
+      generic.net = runtime::CreateNet(model, configs->cpu_sse, generic.kernel_registry, generic.context);
+      ZV_ASSERT(generic.net != nullptr, "The configuration lacks a layer of the model.");
+      generic.net_extra_info = model->extra_info;
+      rnn_kernels = kit::CollectStatefulKernels(*generic.net);
+    }
+    ZV_LOG_INFO("AudioDenoise::load done.");
     return 0;
+  }
+
+  void Apply(const void* input, void* output) {
+    if (use_hyperspecific) {
+      ZV_ASSERT(false, "The fused network was not loaded: create the engine with UseHyperspecific \"1\".");
+      return;
+    }
+    ZV_ASSERT(input != nullptr, "Invaild input data.");
+    ZV_ASSERT(output != nullptr, "Invaild output data.");
+    kit::RunBlock(generic, input, output);
+  }
+
+  void Reset() {
+    if (use_hyperspecific) {
+      ZV_ASSERT(false, "The fused network was not loaded: create the engine with UseHyperspecific \"1\".");
+      return;
+    }
+    for (const auto& kernel : rnn_kernels) kernel->ResetState();
   }
 };
 
 AudioDenoise::AudioDenoise() : members_(new PrivateMembers()) {}
-AudioDenoise::~AudioDenoise() { delete members_; }
+AudioDenoise::~AudioDenoise() {
+  delete members_;
+}
 
 int32_t AudioDenoise::Load(int32_t argc, const char** argv) {
   try {
@@ -42,9 +108,7 @@ int32_t AudioDenoise::Load(int32_t argc, const char** argv) {
 
 int32_t AudioDenoise::Apply_Cpu(const void* input, void* output) {
   try {
-    ZV_ASSERT(input != nullptr, "Invaild input data.");
-    ZV_ASSERT(output != nullptr, "Invaild output data.");
-    ZV_ASSERT(false, "no network is loaded.");
+    members_->Apply(input, output);
     return 0;
   } catch (const std::exception& e) {
     ZV_LOG_ERROR("AudioDenoise apply cpu failed. Error: %s", e.what());
@@ -59,6 +123,7 @@ int32_t AudioDenoise::Apply_Gpu() {
 
 int32_t AudioDenoise::Reset_RNN_State_Cpu() {
   try {
+    members_->Reset();
     return 0;
   } catch (const std::exception& e) {
     ZV_LOG_ERROR("AudioDenoise(cpu) reset rnn state failed. Error: %s", e.what());
