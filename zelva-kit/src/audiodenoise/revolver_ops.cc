@@ -522,12 +522,38 @@ inline void Accumulate16(const float* w, const float* x, int rounds, __m128& a0,
   }
 }
 
+// Row sum of a 256-float row: s = (a3 + a2) + (a1 + a0), then ((s0 + s1) + s2) + s3.
+inline float FinishRow(__m128 a0, __m128 a1, __m128 a2, __m128 a3) {
+  return SumLanesInOrder(_mm_add_ps(_mm_add_ps(a3, a2), _mm_add_ps(a1, a0)));
+}
+
 inline void MatVecRows256(const float* weight, const float* x, const float* bias, float* y, int rows) {
-  for (int r = 0; r < rows; ++r) {
+  int r = 0;
+  // Two rows at a time share the loads of x and run eight independent accumulators; each row keeps its order.
+  for (; r + 2 <= rows; r += 2) {
+    const float* w0 = weight + static_cast<size_t>(r) * 256;
+    const float* w1 = w0 + 256;
+    __m128 a0 = _mm_setzero_ps(), a1 = a0, a2 = a0, a3 = a0;
+    __m128 c0 = a0, c1 = a0, c2 = a0, c3 = a0;
+    for (int k = 0; k < 256; k += 16) {
+      const __m128 x0 = _mm_loadu_ps(x + k), x1 = _mm_loadu_ps(x + k + 4);
+      const __m128 x2 = _mm_loadu_ps(x + k + 8), x3 = _mm_loadu_ps(x + k + 12);
+      a0 = MulAdd(a0, _mm_loadu_ps(w0 + k), x0);
+      a1 = MulAdd(a1, _mm_loadu_ps(w0 + k + 4), x1);
+      a2 = MulAdd(a2, _mm_loadu_ps(w0 + k + 8), x2);
+      a3 = MulAdd(a3, _mm_loadu_ps(w0 + k + 12), x3);
+      c0 = MulAdd(c0, _mm_loadu_ps(w1 + k), x0);
+      c1 = MulAdd(c1, _mm_loadu_ps(w1 + k + 4), x1);
+      c2 = MulAdd(c2, _mm_loadu_ps(w1 + k + 8), x2);
+      c3 = MulAdd(c3, _mm_loadu_ps(w1 + k + 12), x3);
+    }
+    y[r] = FinishRow(a0, a1, a2, a3) + (bias != nullptr ? bias[r] : 0.0f);
+    y[r + 1] = FinishRow(c0, c1, c2, c3) + (bias != nullptr ? bias[r + 1] : 0.0f);
+  }
+  for (; r < rows; ++r) {
     __m128 a0 = _mm_setzero_ps(), a1 = a0, a2 = a0, a3 = a0;
     Accumulate16(weight + static_cast<size_t>(r) * 256, x, 16, a0, a1, a2, a3);
-    const __m128 s = _mm_add_ps(_mm_add_ps(a3, a2), _mm_add_ps(a1, a0));
-    y[r] = SumLanesInOrder(s) + (bias != nullptr ? bias[r] : 0.0f);
+    y[r] = FinishRow(a0, a1, a2, a3) + (bias != nullptr ? bias[r] : 0.0f);
   }
 }
 
