@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <map>
@@ -400,6 +401,51 @@ TEST(Revolver, LayerOfAnotherKindIsRefused) {
   wrong->id = "22";
   model->AddLayer(wrong);
   EXPECT_THAT(FailureOf([&] { Revolver net(model); }), HasSubstr("Layer [22] is not of the expected kind."));
+}
+
+}  // namespace
+}  // namespace audiodenoise_v4_final_cpu_sse
+}  // namespace hyperspecific
+
+// ---- Against PyTorch (fixtures of tools/gen_denoise_model.py)
+// -------------------------------------------------
+
+namespace hyperspecific {
+namespace audiodenoise_v4_final_cpu_sse {
+namespace {
+
+Floats ReadFloats(const std::string& path) {
+  Floats values;
+  FILE* file = std::fopen(path.c_str(), "rb");
+  if (file == nullptr) return values;
+  float v;
+  while (std::fread(&v, sizeof(v), 1, file) == 1) values.push_back(v);
+  std::fclose(file);
+  return values;
+}
+
+TEST(Revolver, StreamingBlocksMatchPyTorch) {
+  const std::string dir = ZELVA_TEST_DATA_DIR;
+  auto model = std::make_shared<ZVModelInfo>();
+  model->FromFile(dir + "/denoise_fused_model.json", "json");
+  const Floats inputs = ReadFloats(dir + "/denoise_fused_input.f32");
+  const Floats outputs = ReadFloats(dir + "/denoise_fused_output.f32");
+  ASSERT_FALSE(inputs.empty());
+  const size_t blocks = inputs.size() / 560;
+  ASSERT_EQ(outputs.size(), blocks * 80);
+
+  Revolver net(model);
+  for (int pass = 0; pass < 2; ++pass) {  // the second pass after a reset
+    for (size_t b = 0; b < blocks; ++b) {
+      const Floats y = RunBlock(net, Floats(inputs.begin() + b * 560, inputs.begin() + (b + 1) * 560));
+      for (size_t i = 0; i < 80; ++i) {
+        const float want = outputs[b * 80 + i];
+        ASSERT_NEAR(y[i], want, 1e-5f + 1e-4f * std::fabs(want))
+            << "pass " << pass << " block " << b << " " << i;
+      }
+    }
+    net.ResetRnnState();
+  }
 }
 
 }  // namespace
