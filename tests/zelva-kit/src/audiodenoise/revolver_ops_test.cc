@@ -249,15 +249,6 @@ TEST(RevolverOps, PointwiseConvPacked8MatchesLaneOrderOnTilesAndSinglePixels) {
   }
 }
 
-TEST(RevolverOps, FillBiasPacked8CoversEveryPixelOfEveryBlock) {
-  const Floats bias = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
-  for (uint32_t w : {1u, 3u, 4u, 5u}) {
-    Floats out(2 * 2 * w * 8, -1.0f);
-    FillBiasPacked8(bias.data(), out.data(), {2, 2, w, 8, 4});
-    for (size_t i = 0; i < out.size(); ++i) EXPECT_EQ(out[i], bias[(i / (2 * w * 8)) * 8 + i % 8]) << i;
-  }
-}
-
 TEST(RevolverOps, PackAndUnpackChannels8MoveEveryPixelIncludingTails) {
   std::mt19937 rng(7);
   for (uint32_t c : {8u, 16u}) {
