@@ -1,0 +1,504 @@
+// The fused operators against plain scalar loops written from their stated order of operations. Where the
+// order is fixed the comparison is bit for bit; exp and tanh are held against double-precision math.
+#include "zelva-kit/src/audiodenoise/revolver_ops.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <vector>
+
+namespace hyperspecific {
+namespace audiodenoise_v4_final_cpu_sse {
+namespace {
+
+using Floats = std::vector<float>;
+
+Floats Random(size_t n, std::mt19937& rng, float lo = -1.0f, float hi = 1.0f) {
+  std::uniform_real_distribution<float> dist(lo, hi);
+  Floats v(n);
+  for (float& x : v) x = dist(rng);
+  return v;
+}
+
+// Values over several orders of magnitude, so that a different summation order shows in the bits.
+Floats Spread(size_t n, std::mt19937& rng) {
+  std::uniform_real_distribution<float> mant(-1.0f, 1.0f);
+  std::uniform_int_distribution<int> exp2(-8, 8);
+  Floats v(n);
+  for (float& x : v) x = std::ldexp(mant(rng), exp2(rng));
+  return v;
+}
+
+uint32_t Bits(float f) {
+  uint32_t u;
+  std::memcpy(&u, &f, 4);
+  return u;
+}
+
+::testing::AssertionResult SameBits(const Floats& got, const Floats& want) {
+  if (got.size() != want.size()) return ::testing::AssertionFailure() << "sizes differ";
+  for (size_t i = 0; i < got.size(); ++i) {
+    if (Bits(got[i]) != Bits(want[i])) {
+      return ::testing::AssertionFailure() << "element " << i << ": " << got[i] << " vs " << want[i];
+    }
+  }
+  return ::testing::AssertionSuccess();
+}
+
+// ---- Repacking
+// ----------------------------------------------------------------------------------------------
+
+TEST(RevolverOps, RepackDepthwise8FollowsItsIndexAndClearsRoundedGroups) {
+  std::mt19937 rng(1);
+  const float kSentinel = -777.0f;
+  for (uint32_t groups : {1u, 8u, 12u, 16u}) {
+    for (uint32_t o : {1u, 2u}) {
+      for (uint32_t i : {1u, 3u}) {
+        for (uint32_t k : {1u, 3u}) {
+          const size_t count = groups * o * i * k * k;
+          const size_t cleared = (groups + 7) / 8 * 8 * o * i * k * k;
+          const Floats src = Random(count, rng);
+          Floats dst(cleared + 16, kSentinel);
+          RepackDepthwise8(src.data(), dst.data(), groups, o, i, k, k);
+          std::vector<bool> hit(dst.size(), false);
+          size_t s = 0;
+          for (uint32_t g = 0; g < groups; ++g)
+            for (uint32_t oo = 0; oo < o; ++oo)
+              for (uint32_t ii = 0; ii < i; ++ii)
+                for (uint32_t ky = 0; ky < k; ++ky)
+                  for (uint32_t kx = 0; kx < k; ++kx, ++s) {
+                    const size_t d = (((((g / 8) * o + oo) * i + ii) * k + ky) * k + kx) * 8 + g % 8;
+                    ASSERT_EQ(dst[d], src[s]) << groups << " " << o << " " << i << " " << k;
+                    hit[d] = true;
+                  }
+          for (size_t d = 0; d < dst.size(); ++d) {
+            if (!hit[d]) {
+              EXPECT_EQ(dst[d], d < cleared ? 0.0f : kSentinel) << d;
+            }
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST(RevolverOps, RepackPointwise8x8FollowsItsIndexAndClearsOnlyAQuarter) {
+  std::mt19937 rng(2);
+  const float kSentinel = -777.0f;
+  struct Case {
+    uint32_t groups, o, i, k;
+  };
+  for (const Case& c : {Case{1, 16, 16, 1}, Case{1, 12, 12, 1}, Case{2, 5, 9, 1}, Case{1, 8, 3, 3}}) {
+    const size_t ob = (c.o + 7) / 8, ib = (c.i + 7) / 8;
+    const size_t total = ob * ib * c.groups * c.k * c.k * 64;
+    const size_t cleared = total / 4;  // bytes, not floats
+    const Floats src = Random(c.groups * c.o * c.i * c.k * c.k, rng);
+    Floats dst(total, kSentinel);
+    RepackPointwise8x8(src.data(), dst.data(), c.groups, c.o, c.i, c.k, c.k);
+    std::vector<bool> hit(total, false);
+    size_t s = 0;
+    for (uint32_t g = 0; g < c.groups; ++g)
+      for (uint32_t o = 0; o < c.o; ++o)
+        for (uint32_t i = 0; i < c.i; ++i)
+          for (uint32_t ky = 0; ky < c.k; ++ky)
+            for (uint32_t kx = 0; kx < c.k; ++kx, ++s) {
+              const size_t d =
+                  ((((g * ob + o / 8) * ib + i / 8) * c.k + ky) * c.k + kx) * 64 + (i % 8) * 8 + o % 8;
+              ASSERT_EQ(dst[d], src[s]);
+              hit[d] = true;
+            }
+    for (size_t d = 0; d < total; ++d) {
+      if (!hit[d]) {
+        EXPECT_EQ(dst[d], d < cleared ? 0.0f : kSentinel) << c.o << "x" << c.i << " at " << d;
+      }
+    }
+  }
+}
+
+// ---- Planar convolutions
+// -------------------------------------------------------------------------------------
+
+TEST(RevolverOps, DepthwiseConv3x3PlanarTileBodyAndTailsInTheirOwnOrder) {
+  std::mt19937 rng(3);
+  for (uint32_t channels : {1u, 2u}) {
+    for (uint32_t h = 1; h <= 9; ++h) {
+      for (uint32_t w = 1; w <= 10; ++w) {
+        const uint32_t ih = h + 2, iw = w + 2;
+        const Floats in = Spread(channels * ih * iw, rng);
+        const Floats wt = Spread(channels * 9, rng);
+        const Floats bias = Spread(channels, rng);
+        Floats out(channels * h * w, 123.0f), want(out.size());
+        DepthwiseConv3x3Planar(wt.data(), bias.data(), in.data(), {channels, ih, iw, 4}, out.data(),
+                               {channels, h, w, 4});
+        for (uint32_t c = 0; c < channels; ++c) {
+          const float* k = &wt[c * 9];
+          auto at = [&](uint32_t y, uint32_t x) { return in[(c * ih + y) * iw + x]; };
+          for (uint32_t y = 0; y < h; ++y) {
+            for (uint32_t x = 0; x < w; ++x) {
+              float v;
+              if (y < h / 4 * 4 && x < w / 4 * 4) {
+                v = bias[c];
+                for (int t = 0; t < 9; ++t) v = v + k[t] * at(y + t / 3, x + t % 3);
+              } else {
+                float lane[3];
+                for (int j = 0; j < 3; ++j) {
+                  lane[j] = (k[j] * at(y, x + j) + k[3 + j] * at(y + 1, x + j)) + k[6 + j] * at(y + 2, x + j);
+                }
+                v = ((lane[0] + lane[1]) + lane[2]) + bias[c];
+              }
+              want[(c * h + y) * w + x] = v;
+            }
+          }
+        }
+        ASSERT_TRUE(SameBits(out, want)) << "C " << channels << " H " << h << " W " << w;
+      }
+    }
+  }
+}
+
+TEST(RevolverOps, PointwiseConvPlanarAccumulatesInputsInAscendingOrder) {
+  std::mt19937 rng(4);
+  for (uint32_t in_c : {1u, 3u, 16u}) {
+    for (uint32_t out_c : {1u, 5u, 16u}) {
+      for (uint32_t h : {1u, 3u}) {
+        for (uint32_t w = 1; w <= 9; ++w) {
+          const Floats in = Spread(in_c * h * w, rng);
+          const Floats wt = Spread(out_c * in_c, rng);
+          const Floats bias = Spread(out_c, rng);
+          Floats out(out_c * h * w, 9.0f), want(out.size());
+          PointwiseConvPlanar(wt.data(), bias.data(), in.data(), {in_c, h, w, 4}, out.data(),
+                              {out_c, h, w, 4});
+          for (uint32_t o = 0; o < out_c; ++o) {
+            for (uint32_t p = 0; p < h * w; ++p) {
+              float v = bias[o];
+              for (uint32_t i = 0; i < in_c; ++i) v = v + in[i * h * w + p] * wt[o * in_c + i];
+              want[o * h * w + p] = v;
+            }
+          }
+          ASSERT_TRUE(SameBits(out, want)) << in_c << "->" << out_c << " " << h << "x" << w;
+        }
+      }
+    }
+  }
+}
+
+// ---- Packed convolutions and layout moves
+// --------------------------------------------------------------------
+
+TEST(RevolverOps, DepthwiseConv3x3Packed8MatchesTapOrderOnEveryTileShape) {
+  std::mt19937 rng(5);
+  for (uint32_t blocks : {1u, 2u}) {
+    for (uint32_t h = 1; h <= 5; ++h) {
+      for (uint32_t w = 1; w <= 7; ++w) {
+        const uint32_t ih = h + 2, iw = w + 2, c = blocks * 8;
+        const Floats in = Spread(blocks * ih * iw * 8, rng);
+        const Floats wt = Spread(c * 9, rng);  // [channel][tap]
+        const Floats bias = Spread(c, rng);
+        Floats packed(c * 9);
+        RepackDepthwise8(wt.data(), packed.data(), c, 1, 1, 3, 3);
+        Floats out(blocks * h * w * 8, 5.0f), want(out.size());
+        DepthwiseConv3x3Packed8(packed.data(), bias.data(), in.data(), {blocks, ih, iw, 8, 4}, out.data(),
+                                {blocks, h, w, 8, 4});
+        for (uint32_t ch = 0; ch < c; ++ch) {
+          const uint32_t b = ch / 8, l = ch % 8;
+          for (uint32_t y = 0; y < h; ++y) {
+            for (uint32_t x = 0; x < w; ++x) {
+              float v = bias[ch];
+              for (int t = 0; t < 9; ++t) {
+                v = v + wt[ch * 9 + t] * in[((b * ih + y + t / 3) * iw + x + t % 3) * 8 + l];
+              }
+              want[((b * h + y) * w + x) * 8 + l] = v;
+            }
+          }
+        }
+        ASSERT_TRUE(SameBits(out, want)) << "blocks " << blocks << " H " << h << " W " << w;
+      }
+    }
+  }
+}
+
+TEST(RevolverOps, PointwiseConvPacked8MatchesLaneOrderOnTilesAndSinglePixels) {
+  std::mt19937 rng(6);
+  for (uint32_t ib : {1u, 2u}) {
+    for (uint32_t ob : {1u, 2u}) {
+      for (uint32_t h : {1u, 3u}) {
+        for (uint32_t w : {1u, 7u, 8u, 9u, 16u, 17u, 76u}) {
+          const uint32_t ic = ib * 8, oc = ob * 8, hw = h * w;
+          const Floats in = Spread(ib * hw * 8, rng);
+          const Floats wt = Spread(oc * ic, rng);  // [out][in]
+          const Floats bias = Spread(oc, rng);
+          Floats packed(ob * ib * 64);
+          RepackPointwise8x8(wt.data(), packed.data(), 1, oc, ic, 1, 1);
+          Floats out(ob * hw * 8, 5.0f), want(out.size());
+          PointwiseConvPacked8(packed.data(), bias.data(), in.data(), {ib, h, w, 8, 4}, out.data(),
+                               {ob, h, w, 8, 4});
+          for (uint32_t o = 0; o < oc; ++o) {
+            for (uint32_t p = 0; p < hw; ++p) {
+              float v = bias[o];
+              for (uint32_t i = 0; i < ic; ++i) v = v + wt[o * ic + i] * in[((i / 8) * hw + p) * 8 + i % 8];
+              want[((o / 8) * hw + p) * 8 + o % 8] = v;
+            }
+          }
+          ASSERT_TRUE(SameBits(out, want)) << ib << "->" << ob << " " << h << "x" << w;
+        }
+      }
+    }
+  }
+}
+
+TEST(RevolverOps, PackAndUnpackChannels8MoveEveryPixelIncludingTails) {
+  std::mt19937 rng(7);
+  for (uint32_t c : {8u, 16u}) {
+    for (uint32_t h : {1u, 2u, 5u}) {
+      for (uint32_t w : {1u, 2u, 3u, 74u, 78u}) {
+        const uint32_t hw = h * w;
+        const Floats planar = Random(c * hw, rng);
+        Floats packed(planar.size(), 0.0f), back(planar.size(), 0.0f);
+        PackChannels8(planar.data(), {c, h, w, 4}, packed.data());
+        for (uint32_t b = 0; b < c / 8; ++b)
+          for (uint32_t p = 0; p < hw; ++p)
+            for (uint32_t l = 0; l < 8; ++l)
+              ASSERT_EQ(packed[(b * hw + p) * 8 + l], planar[(b * 8 + l) * hw + p]);
+        UnpackChannels8(packed.data(), {c / 8, h, w, 8, 4}, back.data());
+        ASSERT_TRUE(SameBits(back, planar)) << c << " " << h << "x" << w;
+      }
+    }
+  }
+}
+
+// ---- Element-wise
+// --------------------------------------------------------------------------------------------
+
+float HSigmoidOf(float x, bool body) {
+  float t = x + 3.0f;
+  if (body) {
+    t = t > 0.0f ? t : 0.0f;  // a NaN falls to 0
+  } else {
+    t = 0.0f > t ? 0.0f : t;  // a NaN passes
+  }
+  t = t < 6.0f ? t : 6.0f;  // a NaN becomes 6
+  return t * 0.16666667f;
+}
+
+float ReluOf(float x, bool body) {
+  if (body) return x > 0.0f ? x : 0.0f;
+  return 0.0f > x ? 0.0f : x;
+}
+
+TEST(RevolverOps, ActivationsOnEveryTailLengthWithNaNsInBodyAndRest) {
+  std::mt19937 rng(8);
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  for (uint32_t n = 0; n <= 40; ++n) {
+    Floats in = Random(n, rng, -8.0f, 8.0f);
+    for (uint32_t i = 0; i < n; i += 5) in[i] = nan;
+    const uint32_t body_end = n / 16 * 16;
+    Floats hs(n), relu(in), want_hs(n), want_relu(n);
+    HSigmoidPass(in.data(), hs.data(), {n, 4});
+    ReluPass(relu.data(), relu.data(), {1, n, 4});  // in place, three-entry shape
+    for (uint32_t i = 0; i < n; ++i) {
+      want_hs[i] = HSigmoidOf(in[i], i < body_end);
+      want_relu[i] = ReluOf(in[i], i < body_end);
+    }
+    ASSERT_TRUE(SameBits(hs, want_hs)) << n;
+    ASSERT_TRUE(SameBits(relu, want_relu)) << n;
+    for (uint32_t i = 0; i < n; i += 5) {
+      EXPECT_EQ(hs[i], i < body_end ? 0.0f : 1.0f) << n << " " << i;
+      if (i < body_end) {
+        EXPECT_EQ(relu[i], 0.0f);
+      } else {
+        EXPECT_TRUE(std::isnan(relu[i]));
+      }
+    }
+  }
+}
+
+TEST(RevolverOps, HSigmoidKnownValuesInBodyAndRest) {
+  // 20 floats: 16 in the body, 4 in a group of four; then 3 single floats.
+  const Floats probe = {-5.0f, -3.0f, 0.0f, 3.0f, 10.0f};
+  for (size_t offset : {0u, 16u, 20u}) {
+    Floats in(offset + 5, 0.0f);
+    std::copy(probe.begin(), probe.end(), in.begin() + offset);
+    Floats out(in.size());
+    HSigmoidPass(in.data(), out.data(), {static_cast<uint32_t>(in.size()), 4});
+    EXPECT_EQ(out[offset + 0], 0.0f);
+    EXPECT_EQ(out[offset + 1], 0.0f);
+    EXPECT_EQ(out[offset + 2], 0.5f);
+    EXPECT_EQ(out[offset + 3], 1.0f);
+    EXPECT_EQ(out[offset + 4], 1.0f);
+  }
+}
+
+TEST(RevolverOps, AddSubMulVectorsOnEveryTailLengthAndInPlace) {
+  std::mt19937 rng(9);
+  for (size_t n = 0; n <= 37; ++n) {
+    const Floats a = Spread(n, rng), b = Spread(n, rng);
+    Floats sum(n), diff(a), prod(b);
+    AddVectors(a.data(), b.data(), n, sum.data());
+    SubVectors(diff.data(), b.data(), n, diff.data());  // out == a
+    MulVectors(a.data(), prod.data(), n, prod.data());  // out == b
+    for (size_t i = 0; i < n; ++i) {
+      EXPECT_EQ(Bits(sum[i]), Bits(a[i] + b[i]));
+      EXPECT_EQ(Bits(diff[i]), Bits(a[i] - b[i]));
+      EXPECT_EQ(Bits(prod[i]), Bits(a[i] * b[i]));
+    }
+  }
+}
+
+TEST(RevolverOps, CopyBytesCopiesTheProductOfTheShape) {
+  std::vector<uint8_t> src(64), dst(64, 0xEE);
+  for (size_t i = 0; i < src.size(); ++i) src[i] = static_cast<uint8_t>(i + 1);
+  CopyBytes(src.data(), dst.data(), {3, 5, 4});  // 60 bytes
+  EXPECT_EQ(std::memcmp(src.data(), dst.data(), 60), 0);
+  EXPECT_EQ(dst[60], 0xEE);
+}
+
+// ---- Matrix-vector
+// -------------------------------------------------------------------------------------------
+
+// The reference row sum of rows of 256 (or the first 72 of 74): four 4-lane accumulators, their tree, the
+// lanes.
+float RowSum(const float* w, const float* x, int rounds, int extra_groups) {
+  float acc[4][4] = {};
+  for (int k = 0; k < rounds; ++k)
+    for (int a = 0; a < 4; ++a)
+      for (int l = 0; l < 4; ++l) acc[a][l] = acc[a][l] + w[16 * k + 4 * a + l] * x[16 * k + 4 * a + l];
+  for (int a = 0; a < extra_groups; ++a)
+    for (int l = 0; l < 4; ++l)
+      acc[a][l] = acc[a][l] + w[16 * rounds + 4 * a + l] * x[16 * rounds + 4 * a + l];
+  float s[4];
+  for (int l = 0; l < 4; ++l) s[l] = (acc[3][l] + acc[2][l]) + (acc[1][l] + acc[0][l]);
+  return ((s[0] + s[1]) + s[2]) + s[3];
+}
+
+TEST(RevolverOps, MatVecRowsSumInTheStatedOrderWithAndWithoutBias) {
+  std::mt19937 rng(10);
+  const Floats x256 = Spread(256, rng), x74 = Spread(74, rng);
+  const Floats w256 = Spread(768 * 256, rng), w74 = Spread(768 * 74, rng);
+  const Floats bias = Spread(768, rng);
+  for (bool with_bias : {true, false}) {
+    const float* b = with_bias ? bias.data() : nullptr;
+    Floats y768(768), y80(80), dense(80), y74(768), want768(768), want74(768);
+    MatVec768x256(w256.data(), x256.data(), b, y768.data());
+    MatVec80x256(w256.data(), x256.data(), b, y80.data());
+    MatVec768x74(w74.data(), x74.data(), b, y74.data());
+    DenseLayer256x80(x256.data(), w256.data(), b, dense.data());
+    for (int r = 0; r < 768; ++r) {
+      const float br = with_bias ? bias[r] : 0.0f;
+      want768[r] = RowSum(&w256[r * 256], x256.data(), 16, 0) + br;
+      const float* w = &w74[r * 74];
+      want74[r] = RowSum(w, x74.data(), 4, 2) + (w[73] * x74[73] + (w[72] * x74[72] + br));
+    }
+    EXPECT_TRUE(SameBits(y768, want768));
+    EXPECT_TRUE(SameBits(y80, Floats(want768.begin(), want768.begin() + 80)));
+    EXPECT_TRUE(SameBits(dense, y80));
+    EXPECT_TRUE(SameBits(y74, want74));
+  }
+}
+
+// ---- GRU
+// -----------------------------------------------------------------------------------------------------
+
+struct GruWeights {
+  size_t input;
+  Floats w_ih, w_hh, b_ih, b_hh;
+  GruWeights(size_t in, std::mt19937& rng, float scale)
+      : input(in),
+        w_ih(Random(768 * in, rng, -scale, scale)),
+        w_hh(Random(768 * 256, rng, -scale, scale)),
+        b_ih(Random(768, rng)),
+        b_hh(Random(768, rng)) {}
+};
+
+// One step in double precision: r, z = sigmoid; n = tanh(Wx + b + r (Uh + b)); h' = (1 - z) n + z h.
+std::vector<double> GruStepReference(const GruWeights& g, const Floats& x, const Floats& h) {
+  std::vector<double> gx(768), gh(768), out(256);
+  for (int r = 0; r < 768; ++r) {
+    double sx = g.b_ih[r], sh = g.b_hh[r];
+    for (size_t i = 0; i < g.input; ++i) sx += double(g.w_ih[r * g.input + i]) * x[i];
+    for (int i = 0; i < 256; ++i) sh += double(g.w_hh[r * 256 + i]) * h[i];
+    gx[r] = sx;
+    gh[r] = sh;
+  }
+  for (int j = 0; j < 256; ++j) {
+    const double r = 1.0 / (1.0 + std::exp(-(gx[j] + gh[j])));
+    const double z = 1.0 / (1.0 + std::exp(-(gx[256 + j] + gh[256 + j])));
+    const double n = std::tanh(gx[512 + j] + r * gh[512 + j]);
+    out[j] = (1.0 - z) * n + z * h[j];
+  }
+  return out;
+}
+
+using StepFn = void (*)(const float*, const float*, const float*, const float*, const float*, const float*,
+                        float*, float*, float*);
+
+TEST(RevolverOps, GruStepsMatchTheCellEquationsInPlaceAndApart) {
+  std::mt19937 rng(11);
+  for (size_t input : {74u, 256u}) {
+    const StepFn step = input == 74 ? GruStep74 : GruStep256;
+    const GruWeights g(input, rng, 0.15f);
+    const Floats x = Random(input, rng, -2.0f, 2.0f);
+    Floats h = Random(256, rng), gx(768), gh(768), h_out(256);
+    const std::vector<double> want = GruStepReference(g, x, h);
+    step(x.data(), h.data(), g.w_ih.data(), g.w_hh.data(), g.b_ih.data(), g.b_hh.data(), h_out.data(),
+         gx.data(), gh.data());
+    for (int j = 0; j < 256; ++j) ASSERT_NEAR(h_out[j], want[j], 2e-6) << input << " " << j;
+    step(x.data(), h.data(), g.w_ih.data(), g.w_hh.data(), g.b_ih.data(), g.b_hh.data(), h.data(), gx.data(),
+         gh.data());
+    EXPECT_TRUE(SameBits(h, h_out)) << "in place differs from apart";
+  }
+}
+
+TEST(RevolverOps, GruGateWithOverflowingExpIsExactlyZero) {
+  // Zero matrices; update gate preactivation -200 makes exp(200) overflow: z = 0 and h' = n whatever h was.
+  // Reset gate preactivation -200 as well: r = 0, so n = tanh(b_ih_n) and b_hh_n drops out.
+  Floats w_ih(768 * 74, 0.0f), w_hh(768 * 256, 0.0f), b_ih(768, 0.0f), b_hh(768, 0.0f);
+  for (int j = 0; j < 512; ++j) b_ih[j] = -200.0f;
+  for (int j = 0; j < 256; ++j) {
+    b_ih[512 + j] = -3.0f + 6.0f * j / 255.0f;
+    b_hh[512 + j] = 1e30f;
+  }
+  const Floats x(74, 0.5f);
+  Floats h1(256, 0.75f), h2(256, -0.25f), gx(768), gh(768);
+  GruStep74(x.data(), h1.data(), w_ih.data(), w_hh.data(), b_ih.data(), b_hh.data(), h1.data(), gx.data(),
+            gh.data());
+  GruStep74(x.data(), h2.data(), w_ih.data(), w_hh.data(), b_ih.data(), b_hh.data(), h2.data(), gx.data(),
+            gh.data());
+  EXPECT_TRUE(SameBits(h1, h2));
+  for (int j = 0; j < 256; ++j) {
+    EXPECT_EQ(gh[j], 0.0f);
+    EXPECT_EQ(gh[256 + j], 0.0f);
+    EXPECT_NEAR(h1[j], std::tanh(static_cast<double>(b_ih[512 + j])), 1e-6) << j;
+  }
+}
+
+TEST(RevolverOps, GruLayersRunTheTimeLoopAndCopyEachHiddenVector) {
+  std::mt19937 rng(12);
+  for (size_t input : {74u, 256u}) {
+    const StepFn step = input == 74 ? GruStep74 : GruStep256;
+    const GruWeights g(input, rng, 0.1f);
+    const uint32_t steps = 3;
+    const Floats x = Random(input * steps, rng);
+    Floats h = Random(256, rng), h_ref = h, out(256 * steps), gx(768), gh(768);
+    const ShapeRecord shape{steps, static_cast<uint32_t>(input), 4};
+    if (input == 74) {
+      GruLayer74(x.data(), shape, out.data(), g.w_ih.data(), g.w_hh.data(), g.b_ih.data(), g.b_hh.data(),
+                 h.data(), gx.data(), gh.data());
+    } else {
+      GruLayer256(x.data(), shape, out.data(), g.w_ih.data(), g.w_hh.data(), g.b_ih.data(), g.b_hh.data(),
+                  h.data(), gx.data(), gh.data());
+    }
+    for (uint32_t t = 0; t < steps; ++t) {
+      step(&x[t * input], h_ref.data(), g.w_ih.data(), g.w_hh.data(), g.b_ih.data(), g.b_hh.data(),
+           h_ref.data(), gx.data(), gh.data());
+      ASSERT_TRUE(SameBits(Floats(out.begin() + 256 * t, out.begin() + 256 * (t + 1)), h_ref)) << t;
+    }
+    EXPECT_TRUE(SameBits(h, h_ref));
+  }
+}
+
+}  // namespace
+}  // namespace audiodenoise_v4_final_cpu_sse
+}  // namespace hyperspecific

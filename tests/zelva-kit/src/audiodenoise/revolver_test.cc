@@ -1,0 +1,257 @@
+// The fused network: its memory layout, loading from a model (and refusing a broken one), and whole blocks
+// against PyTorch's results for the same network (fixtures of tools/gen_denoise_model.py).
+#include "zelva-kit/src/audiodenoise/revolver.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "zelva/src/runtime/weight_data.h"
+#include "zelva/src/runtime/zvmodel2/layer_info.h"
+#include "zelva/src/runtime/zvmodel2/model_info.h"
+#include "zelva/src/utility/logging.h"
+
+namespace hyperspecific {
+namespace audiodenoise_v4_final_cpu_sse {
+namespace {
+
+using ::testing::HasSubstr;
+using zelva::runtime::Conv2dInfo;
+using zelva::runtime::EncodeWeights;
+using zelva::runtime::FullConnectionInfo;
+using zelva::runtime::GRUInfo;
+using zelva::runtime::ZVModelInfo;
+using Floats = std::vector<float>;
+
+Floats Fill(size_t n, float value) {
+  return Floats(n, value);
+}
+std::string Encode(const Floats& v) {
+  return EncodeWeights(v.data(), v.size());
+}
+
+// A model holding the thirteen layers, every weight `value`; `edit` may change a layer before it is added, or
+// return false to drop it.
+std::shared_ptr<ZVModelInfo> MakeModel(
+    float value, const std::function<bool(zelva::runtime::LayerInfo&)>& edit = nullptr) {
+  auto model = std::make_shared<ZVModelInfo>();
+  auto add = [&](std::shared_ptr<zelva::runtime::LayerInfo> layer) {
+    if (!edit || edit(*layer)) model->AddLayer(layer);
+  };
+  struct Conv {
+    const char* id;
+    size_t weights, biases;
+  };
+  for (const Conv& c :
+       {Conv{"1", 9, 1}, Conv{"2", 16, 16}, Conv{"4", 16, 16}, Conv{"7", 144, 16}, Conv{"8", 256, 16},
+        Conv{"10", 256, 16}, Conv{"13", 144, 16}, Conv{"14", 16, 1}, Conv{"16", 16, 1}}) {
+    auto layer = std::make_shared<Conv2dInfo>();
+    layer->id = c.id;
+    layer->weight = Encode(Fill(c.weights, value));
+    layer->bias = Encode(Fill(c.biases, value));
+    add(layer);
+  }
+  for (const char* id : {"20", "21", "22"}) {
+    auto layer = std::make_shared<GRUInfo>();
+    layer->id = id;
+    layer->weight_ih_forward = {Encode(Fill(768 * (layer->id == "20" ? 74 : 256), value))};
+    layer->weight_hh_forward = {Encode(Fill(768 * 256, value))};
+    layer->bias_ih_forward = {Encode(Fill(768, value))};
+    layer->bias_hh_forward = {Encode(Fill(768, value))};
+    add(layer);
+  }
+  auto dense = std::make_shared<FullConnectionInfo>();
+  dense->id = "24";
+  dense->weight = Encode(Fill(80 * 256, value));
+  dense->bias = Encode(Fill(80, value));
+  add(dense);
+  return model;
+}
+
+// The fixtures of tools/gen_denoise_model.py: the network with random weights, input blocks and the outputs
+// PyTorch gave for them streaming from a zero state.
+Floats ReadFloats(const std::string& path) {
+  Floats values;
+  FILE* file = std::fopen(path.c_str(), "rb");
+  if (file == nullptr) return values;
+  float v;
+  while (std::fread(&v, sizeof(v), 1, file) == 1) values.push_back(v);
+  std::fclose(file);
+  return values;
+}
+
+std::shared_ptr<ZVModelInfo> FixtureModel() {
+  auto model = std::make_shared<ZVModelInfo>();
+  model->FromFile(std::string(ZELVA_TEST_DATA_DIR) + "/denoise_fused_model.json", "json");
+  return model;
+}
+
+// One block through the fused network, the 80 values copied out as the engine does.
+Floats RunBlock(Revolver& net, const Floats& x, const void** data = nullptr) {
+  HyperspecificTensorMap outputs;
+  std::vector<HyperspecificTensor> inputs(1);
+  inputs[0].shape = {1, 7, 80};
+  inputs[0].element_size = 4;
+  inputs[0].data = x.data();
+  net.Forward(outputs, inputs, false);
+  EXPECT_EQ(outputs.size(), 1u);
+  const HyperspecificTensor& out = outputs["25"];
+  EXPECT_EQ(out.shape, std::vector<int32_t>{80});
+  EXPECT_EQ(out.element_size, 4u);
+  if (data != nullptr) *data = out.data;
+  Floats y(80);
+  std::memcpy(y.data(), out.data, 320);
+  return y;
+}
+
+// The exception's text and the log line the assertion delivered.
+std::string FailureOf(const std::function<void()>& f) {
+  static std::string lines;
+  lines.clear();
+  const zelva::utility::LogCallback previous = zelva::utility::GetLogCallback();
+  zelva::utility::SetLogCallback([](const char* text) -> int32_t {
+    lines += text;
+    return 0;
+  });
+  std::string result = "<no failure>";
+  try {
+    f();
+  } catch (const std::runtime_error& e) {
+    result = std::string(e.what()) + " | " + lines;
+  }
+  zelva::utility::SetLogCallback(previous);
+  return result;
+}
+
+// ---- Tests
+// -----------------------------------------------------------------------------------------------------
+
+TEST(Revolver, RegionsTileTheBlockInOrderOnSixteenByteBoundaries) {
+  const Revolver net(MakeModel(0.0f));
+  // Floats each region must hold at least.
+  const size_t used[Revolver::kRegionCount] = {
+      9,      1,      16,    16,     16,  16,  144, 16,    256, 16,     256,    16,   144,  16,  16,  1,
+      16,     1,      56832, 196608, 768, 768, 256, 768,   768, 196608, 196608, 768,  768,  256, 768, 768,
+      196608, 196608, 768,   768,    256, 768, 768, 20480, 80,  256,    6240,   6240, 6240, 74,  74,  390};
+  const char* base = static_cast<const char*>(net.storage());
+  size_t offset = 0;
+  std::set<std::string> names;
+  for (size_t i = 0; i < Revolver::kRegionCount; ++i) {
+    const Revolver::Region& r = Revolver::kRegions[i];
+    EXPECT_TRUE(names.insert(r.name).second) << r.name;
+    EXPECT_EQ(reinterpret_cast<const char*>(net.region(i)), base + offset) << r.name;
+    EXPECT_EQ(offset % 16, 0u) << r.name;
+    EXPECT_GE(r.capacity, used[i] * sizeof(float)) << r.name;
+    offset += r.capacity;
+  }
+  EXPECT_EQ(offset, 4364960u);
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(base) % 16, 0u);
+}
+
+TEST(Revolver, StreamingBlocksMatchPyTorchAndResetRestartsTheStream) {
+  const Floats inputs = ReadFloats(std::string(ZELVA_TEST_DATA_DIR) + "/denoise_fused_input.f32");
+  const Floats outputs = ReadFloats(std::string(ZELVA_TEST_DATA_DIR) + "/denoise_fused_output.f32");
+  const size_t blocks = inputs.size() / 560;
+  ASSERT_GE(blocks, 2u);
+  ASSERT_EQ(outputs.size(), blocks * 80);
+  auto block = [&](size_t b) { return Floats(inputs.begin() + b * 560, inputs.begin() + (b + 1) * 560); };
+
+  Revolver net(FixtureModel());
+  std::vector<Floats> first;
+  const void* first_data = nullptr;
+  for (size_t b = 0; b < blocks; ++b) {
+    const void* data = nullptr;
+    first.push_back(RunBlock(net, block(b), &data));
+    if (b == 0) first_data = data;
+    EXPECT_EQ(data, first_data) << "the output stays in place";
+    for (size_t i = 0; i < 80; ++i) {
+      const float want = outputs[b * 80 + i];
+      ASSERT_NEAR(first[b][i], want, 1e-5f + 1e-4f * std::fabs(want)) << "block " << b << " value " << i;
+      EXPECT_GE(first[b][i], 0.0f);
+    }
+  }
+  // The state moves: block 0 again gives another answer; after a reset the stream repeats bit for bit.
+  EXPECT_NE(RunBlock(net, block(0)), first[0]);
+  net.ResetRnnState();
+  for (size_t b = 0; b < blocks; ++b) {
+    EXPECT_EQ(std::memcmp(RunBlock(net, block(b)).data(), first[b].data(), 320), 0) << b;
+  }
+}
+
+TEST(Revolver, ZeroWeightsGiveZeroOutput) {
+  Revolver net(MakeModel(0.0f));
+  const Floats x = ReadFloats(std::string(ZELVA_TEST_DATA_DIR) + "/denoise_fused_input.f32");
+  ASSERT_GE(x.size(), 1120u);
+  for (int b = 0; b < 2; ++b) {
+    const Floats y = RunBlock(net, Floats(x.begin() + b * 560, x.begin() + (b + 1) * 560));
+    for (float v : y) EXPECT_EQ(v, 0.0f);
+  }
+}
+
+TEST(Revolver, LayersBeyondTheThirteenAreIgnored) {
+  std::shared_ptr<ZVModelInfo> model = FixtureModel();
+  auto extra = std::make_shared<Conv2dInfo>();
+  extra->id = "26";
+  model->AddLayer(extra);
+  Revolver a(model), b(FixtureModel());
+  const Floats x = ReadFloats(std::string(ZELVA_TEST_DATA_DIR) + "/denoise_fused_input.f32");
+  ASSERT_GE(x.size(), 560u);
+  const Floats block(x.begin(), x.begin() + 560);
+  EXPECT_EQ(RunBlock(a, block), RunBlock(b, block));
+}
+
+TEST(Revolver, BrokenModelsFailConstructionWithAClearMessage) {
+  auto build = [&](const std::function<bool(zelva::runtime::LayerInfo&)>& edit) {
+    return FailureOf([&] { Revolver net(MakeModel(0.5f, edit)); });
+  };
+  EXPECT_THAT(FailureOf([] { Revolver net(nullptr); }), HasSubstr("needs a model"));
+  EXPECT_THAT(build([](zelva::runtime::LayerInfo& l) { return l.id != "13"; }),
+              HasSubstr("Layer [13] not found in model."));
+  EXPECT_THAT(build([](zelva::runtime::LayerInfo& l) { return l.id != "24"; }),
+              HasSubstr("Layer [24] not found in model."));
+  // Short data: a conv weight, a conv bias, a GRU matrix, a missing GRU entry, the dense bias.
+  EXPECT_THAT(build([&](zelva::runtime::LayerInfo& l) {
+                if (l.id == "8") static_cast<Conv2dInfo&>(l).weight = Encode(Fill(255, 1.0f));
+                return true;
+              }),
+              HasSubstr("Layer [8] field weight holds 255 floats, 256 needed."));
+  EXPECT_THAT(build([&](zelva::runtime::LayerInfo& l) {
+                if (l.id == "1") static_cast<Conv2dInfo&>(l).bias.clear();
+                return true;
+              }),
+              HasSubstr("Layer [1] field bias holds 0 floats, 1 needed."));
+  EXPECT_THAT(build([&](zelva::runtime::LayerInfo& l) {
+                if (l.id == "21") static_cast<GRUInfo&>(l).weight_hh_forward = {Encode(Fill(1000, 1.0f))};
+                return true;
+              }),
+              HasSubstr("Layer [21] field weight_hh_forward holds 1000 floats, 196608 needed."));
+  EXPECT_THAT(build([&](zelva::runtime::LayerInfo& l) {
+                if (l.id == "20") static_cast<GRUInfo&>(l).bias_ih_forward.clear();
+                return true;
+              }),
+              HasSubstr("Layer [20] field bias_ih_forward holds no entry."));
+  EXPECT_THAT(build([&](zelva::runtime::LayerInfo& l) {
+                if (l.id == "24") static_cast<FullConnectionInfo&>(l).bias = Encode(Fill(79, 1.0f));
+                return true;
+              }),
+              HasSubstr("Layer [24] field bias holds 79 floats, 80 needed."));
+  // A layer of another kind under one of the keys.
+  std::shared_ptr<ZVModelInfo> model =
+      MakeModel(0.5f, [](zelva::runtime::LayerInfo& l) { return l.id != "22"; });
+  auto wrong = std::make_shared<Conv2dInfo>();
+  wrong->id = "22";
+  model->AddLayer(wrong);
+  EXPECT_THAT(FailureOf([&] { Revolver net(model); }), HasSubstr("Layer [22] is not of the expected kind."));
+}
+
+}  // namespace
+}  // namespace audiodenoise_v4_final_cpu_sse
+}  // namespace hyperspecific

@@ -1,0 +1,138 @@
+// The hand-fused denoise network: one fixed graph of three gated depthwise-separable convolution stages,
+// three stacked GRU layers of 256 units and a dense layer with ReLU. 1 x 7 x 80 floats in, 80 floats out.
+// The model serves only as a bag of weights read once by layer key; the graph itself is this code.
+//
+// All memory is one zero-filled block obtained at construction and cut into fixed regions. Between calls only
+// the three GRU hidden vectors carry meaning. No locks: one object serves one stream on one thread.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace zelva {
+namespace runtime {
+class ZVModelInfo;
+}  // namespace runtime
+}  // namespace zelva
+
+namespace hyperspecific {
+namespace audiodenoise_v4_final_cpu_sse {
+
+// How a tensor reaches and leaves the fused network. `data` is not owned.
+struct HyperspecificTensor {
+  std::vector<int32_t> shape;
+  uint32_t element_size = 0;
+  uint16_t flags = 0;
+  const void* data = nullptr;
+};
+
+using HyperspecificTensorMap = std::unordered_map<std::string, HyperspecificTensor>;
+
+class Revolver {
+ public:
+  static constexpr size_t kRegionCount = 48;
+  static constexpr size_t kStorageBytes = 4364960;
+  static constexpr int32_t kInputRows = 7;
+  static constexpr int32_t kInputCols = 80;
+  static constexpr int32_t kOutputSize = 80;
+
+  struct Region {
+    const char* name;
+    size_t capacity;  // bytes
+  };
+  // The regions in the order they are cut from the block; each starts at the sum of the capacities before it.
+  static constexpr Region kRegions[kRegionCount] = {
+      {"layer1_weight", 48},   {"layer1_bias", 16},     {"layer2_weight", 256},   {"layer2_bias", 64},
+      {"layer4_weight", 256},  {"layer4_bias", 64},     {"layer7_weight", 576},   {"layer7_bias", 64},
+      {"layer8_weight", 1024}, {"layer8_bias", 64},     {"layer10_weight", 1024}, {"layer10_bias", 64},
+      {"layer13_weight", 576}, {"layer13_bias", 64},    {"layer14_weight", 256},  {"layer14_bias", 16},
+      {"layer16_weight", 256}, {"layer16_bias", 16},    {"gru20_w_ih", 227328},   {"gru20_w_hh", 786432},
+      {"gru20_b_ih", 3072},    {"gru20_b_hh", 3072},    {"gru20_h", 1024},        {"gru20_gates_x", 3072},
+      {"gru20_gates_h", 3072}, {"gru21_w_ih", 786432},  {"gru21_w_hh", 786432},   {"gru21_b_ih", 3072},
+      {"gru21_b_hh", 3072},    {"gru21_h", 1024},       {"gru21_gates_x", 3072},  {"gru21_gates_h", 3072},
+      {"gru22_w_ih", 786432},  {"gru22_w_hh", 786432},  {"gru22_b_ih", 3072},     {"gru22_b_hh", 3072},
+      {"gru22_h", 1024},       {"gru22_gates_x", 3072}, {"gru22_gates_h", 3072},  {"layer24_weight", 81920},
+      {"layer24_bias", 320},   {"vec_a", 1024},         {"plane_a", 24960},       {"plane_b", 24960},
+      {"plane_c", 24960},      {"gate_a", 304},         {"gate_b", 304},          {"vec_b", 2080},
+  };
+
+  // Reads the weights of the thirteen layers "1", "2", "4", "7", "8", "10", "13", "14", "16", "20", "21",
+  // "22", "24". Fails (std::runtime_error) on a missing layer, a layer of another kind or short weight data.
+  explicit Revolver(const std::shared_ptr<zelva::runtime::ZVModelInfo>& model);
+  ~Revolver();
+  Revolver(const Revolver&) = delete;
+  Revolver& operator=(const Revolver&) = delete;
+
+  // Runs one block: the data of inputs[0], taken as 1 x 7 x 80 floats (its shape is not read). Sets
+  // outputs["25"] to 80 floats that live in this object until the next call. `flag` is not read.
+  void Forward(HyperspecificTensorMap& outputs, const std::vector<HyperspecificTensor>& inputs, bool flag);
+
+  // Zeroes the three GRU hidden vectors and nothing else.
+  void ResetRnnState();
+
+  // Start of region `index` (order of kRegions), and the block itself.
+  const float* region(size_t index) const;
+  const void* storage() const { return storage_; }
+
+ private:
+  void LoadWeights(const zelva::runtime::ZVModelInfo& model);
+
+  static float* Revolver::*const kSlots[kRegionCount];  // the region pointers in the order of kRegions
+
+  float* layer1_weight_ = nullptr;
+  float* layer1_bias_ = nullptr;
+  float* layer2_weight_ = nullptr;
+  float* layer2_bias_ = nullptr;
+  float* layer4_weight_ = nullptr;
+  float* layer4_bias_ = nullptr;
+  float* layer7_weight_ = nullptr;
+  float* layer7_bias_ = nullptr;
+  float* layer8_weight_ = nullptr;
+  float* layer8_bias_ = nullptr;
+  float* layer10_weight_ = nullptr;
+  float* layer10_bias_ = nullptr;
+  float* layer13_weight_ = nullptr;
+  float* layer13_bias_ = nullptr;
+  float* layer14_weight_ = nullptr;
+  float* layer14_bias_ = nullptr;
+  float* layer16_weight_ = nullptr;
+  float* layer16_bias_ = nullptr;
+  float* gru20_w_ih_ = nullptr;
+  float* gru20_w_hh_ = nullptr;
+  float* gru20_b_ih_ = nullptr;
+  float* gru20_b_hh_ = nullptr;
+  float* gru20_h_ = nullptr;
+  float* gru20_gates_x_ = nullptr;
+  float* gru20_gates_h_ = nullptr;
+  float* gru21_w_ih_ = nullptr;
+  float* gru21_w_hh_ = nullptr;
+  float* gru21_b_ih_ = nullptr;
+  float* gru21_b_hh_ = nullptr;
+  float* gru21_h_ = nullptr;
+  float* gru21_gates_x_ = nullptr;
+  float* gru21_gates_h_ = nullptr;
+  float* gru22_w_ih_ = nullptr;
+  float* gru22_w_hh_ = nullptr;
+  float* gru22_b_ih_ = nullptr;
+  float* gru22_b_hh_ = nullptr;
+  float* gru22_h_ = nullptr;
+  float* gru22_gates_x_ = nullptr;
+  float* gru22_gates_h_ = nullptr;
+  float* layer24_weight_ = nullptr;
+  float* layer24_bias_ = nullptr;
+  float* vec_a_ = nullptr;
+  float* plane_a_ = nullptr;
+  float* plane_b_ = nullptr;
+  float* plane_c_ = nullptr;
+  float* gate_a_ = nullptr;
+  float* gate_b_ = nullptr;
+  float* vec_b_ = nullptr;
+  void* storage_ = nullptr;
+};
+
+}  // namespace audiodenoise_v4_final_cpu_sse
+}  // namespace hyperspecific
