@@ -70,7 +70,7 @@ void PrintTo(const Family& f, std::ostream* os) { *os << f.name; }
 
 class EntryPoints : public ::testing::TestWithParam<Family> {
  protected:
-  // No engine can be created in these tests, so every handle is beyond the (empty) table.
+  // Handles 0 and far beyond any table.
   void ExpectOneError(const char* function, const std::string& message) {
     ASSERT_EQ(log.lines().size(), 1u) << (log.lines().empty() ? "" : log.lines()[0]);
     EXPECT_TRUE(IsErrorLine(log.lines()[0], function, message)) << log.lines()[0];
@@ -112,7 +112,7 @@ TEST_P(EntryPoints, DataStreamStubFailsSilently) {
 
 TEST_P(EntryPoints, HandleChecks) {
   const Family& f = GetParam();
-  for (uint32_t h : {0u, 1u, 4000000000u}) {
+  for (uint32_t h : {0u, 4000000000u}) {
     const std::string not_found = "handle(" + std::to_string(h) + ") not found.";
     EXPECT_EQ(f.apply(h, in, out), ZV2_RESULT_HANDLE_NOT_FOUND);
     ExpectOneError(f.apply_fn, not_found);
