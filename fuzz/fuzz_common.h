@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <deque>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -35,7 +36,7 @@ inline void QuietLog() {
 
 // A scratch path of this process with the given extension, removed at exit.
 inline const std::string& ScratchPath(int slot, const char* extension) {
-  static std::vector<std::string> paths;
+  static std::deque<std::string> paths;  // references stay valid as it grows
   static const bool registered = [] {
     std::atexit([] {
       for (const std::string& p : paths) std::remove(p.c_str());

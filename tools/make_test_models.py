@@ -358,9 +358,11 @@ def main():
         with open(path, "wb") as f:
             f.write(data)
 
-    write(os.path.join(models, "tiny_model.json"), (json.dumps(model_json(layers), indent=4) + "\n").encode())
+    # The JSON fixtures are laid out as the library writes them (4 spaces, no final newline), so that a
+    # conversion to binary and back gives the same bytes.
+    write(os.path.join(models, "tiny_model.json"), json.dumps(model_json(layers), indent=4).encode())
     write(os.path.join(models, "tiny_model.zvmod"), model_bin(layers))
-    write(os.path.join(models, "tiny_cfg.json"), (json.dumps(cfg_json(), indent=4) + "\n").encode())
+    write(os.path.join(models, "tiny_cfg.json"), json.dumps(cfg_json(), indent=4).encode())
     write(os.path.join(models, "tiny_cfg.zvcfgs"), cfg_bin())
     # A configuration of protocol 20007: seven backends, no "cpu_armv82".
     write(os.path.join(models, "tiny_cfg_20007.zvcfg"), cfg_bin(20007))
