@@ -366,6 +366,41 @@ std::string ReadJsonFile2String(const std::string& path) {
   return text;
 }
 
+void ZeroExponentsOfZeroNumbers(char* text, size_t length) {
+  char* p = text;
+  char* const end = text + length;
+  auto digit = [](char c) { return c >= '0' && c <= '9'; };
+  while (p < end) {
+    const char c = *p;
+    if (c == '"') {  // skip the string: find its closing quote, one not escaped by an odd run of backslashes
+      char* q = p + 1;
+      for (;;) {
+        q = static_cast<char*>(std::memchr(q, '"', static_cast<size_t>(end - q)));
+        if (q == nullptr) return;
+        size_t backslashes = 0;
+        while (q - backslashes > p + 1 && q[-1 - static_cast<ptrdiff_t>(backslashes)] == '\\') ++backslashes;
+        if (backslashes % 2 == 0) break;
+        ++q;
+      }
+      p = q + 1;
+    } else if (digit(c) || c == '-') {
+      bool zero = true;
+      char* q = p + (c == '-' ? 1 : 0);
+      for (; q < end && (digit(*q) || *q == '.'); ++q)
+        if (digit(*q) && *q != '0') zero = false;
+      if (q < end && (*q == 'e' || *q == 'E')) {
+        ++q;
+        if (q < end && (*q == '+' || *q == '-')) ++q;
+        for (; q < end && digit(*q); ++q)
+          if (zero) *q = '0';
+      }
+      p = q > p ? q : p + 1;
+    } else {
+      ++p;
+    }
+  }
+}
+
 std::stringstream ReadJsonFile2StrStream(const std::string& path) {
   return std::stringstream(ReadJsonFile2String(path));
 }
