@@ -384,15 +384,31 @@ void ZeroExponentsOfZeroNumbers(char* text, size_t length) {
       }
       p = q + 1;
     } else if (digit(c) || c == '-') {
-      bool zero = true;
+      bool zero = true, point = false;
+      long magnitude = 0;  // decimal position of the first non-zero digit: 3 for 123.4, -2 for 0.001
       char* q = p + (c == '-' ? 1 : 0);
-      for (; q < end && (digit(*q) || *q == '.'); ++q)
-        if (digit(*q) && *q != '0') zero = false;
+      for (; q < end && (digit(*q) || *q == '.'); ++q) {
+        if (*q == '.') {
+          point = true;
+        } else if (*q != '0' && zero) {
+          zero = false;
+          if (point) ++magnitude;  // counted the zeros after the point as negative positions
+        }
+        if (digit(*q) && !point && !zero) ++magnitude;
+        if (*q == '0' && point && zero) --magnitude;
+      }
       if (q < end && (*q == 'e' || *q == 'E')) {
-        ++q;
-        if (q < end && (*q == '+' || *q == '-')) ++q;
-        for (; q < end && digit(*q); ++q)
+        char* const e = q++;
+        bool negative = false;
+        if (q < end && (*q == '+' || *q == '-')) negative = *q++ == '-';
+        long exponent = 0;
+        for (; q < end && digit(*q); ++q) {
+          if (exponent < 100000) exponent = exponent * 10 + (*q - '0');
           if (zero) *q = '0';
+        }
+        // Far beyond the largest double: the exact parser reads outside its tables here instead of refusing.
+        // Spoil the number so that the text is refused as no JSON.
+        if (!zero && !negative && magnitude + exponent > 310) *e = 'x';
       }
       p = q > p ? q : p + 1;
     } else {

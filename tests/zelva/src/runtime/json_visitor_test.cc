@@ -185,6 +185,16 @@ TEST(JsonNumbers, ZeroWithAnyExponentReadsZero) {
     EXPECT_EQ(f.f64, 0.0);
     EXPECT_EQ(f.text, s.text);
   }
+  // Far above the largest double: refused as no JSON rather than read as garbage. Large values that fit
+  // still read.
+  Sample big;
+  EXPECT_THROW(
+      big.FromJsonString("{\"serializable_type\": \"S\", \"weights\": \"\", \"text\": \"\", \"f64\": " +
+                         std::string(121, '1') + "e308}"),
+      std::runtime_error);
+  big.FromJsonString("{\"serializable_type\": \"S\", \"weights\": \"\", \"text\": \"\", \"f64\": 0.00" +
+                     std::string(30, '1') + "e310}");
+  EXPECT_DOUBLE_EQ(big.f64, 1.1111111111111111e307);
   std::string raw = "[\"a\\\\\", 0e99, \"\\\"0e5\", -0.0E-07, 10e5]";
   ZeroExponentsOfZeroNumbers(&raw[0], raw.size());
   EXPECT_EQ(raw, "[\"a\\\\\", 0e00, \"\\\"0e5\", -0.0E-00, 10e5]");
