@@ -14,6 +14,24 @@ const std::vector<Command>& Commands() {
        "the answers of ZV2_CheckIsaSupported (bit 0: SSE) and ZV2_CheckIsaAVX (AVX with OS support).\n"
        "Use it to choose a kernel configuration for a machine.\n",
        &CmdCpu},
+      {"info", "print a model's header, layers (kind, inputs, parameters, weight counts) and outputs",
+       "usage: zvkit info MODEL [--precision fp16|fp32]\n"
+       "\n"
+       "Reads MODEL (.json, or binary .zvmod/.zvmods) and prints its header, one entry per layer with its\n"
+       "id, kind, inputs, parameters and the number of floats in each weight field, then the output ids.\n"
+       "A binary file does not record the precision of its weights: it is read as fp16 (what the engines\n"
+       "read) unless --precision fp32 says otherwise.\n"
+       "Exits 1 with the reason on stderr when the file cannot be read or holds no model.\n",
+       &CmdInfo},
+      {"convert", "convert a model or a kernel configuration between JSON and binary",
+       "usage: zvkit convert IN OUT [--precision fp16|fp32] [--input-precision fp16|fp32]\n"
+       "\n"
+       "Reads IN, a model or a kernel configuration (told apart by the class name of the file's root), and\n"
+       "writes it to OUT in the form of OUT's extension: .json, .zvmod/.zvmods for models, .zvcfg/.zvcfgs\n"
+       "for configurations. --precision sets the weights' precision of a binary OUT (default fp16, the\n"
+       "precision the engines read); --input-precision that of a binary IN (default fp16).\n"
+       "Exits 1 with the reason on stderr when IN cannot be read or OUT cannot be written.\n",
+       &CmdConvert},
   };
   return commands;
 }
@@ -26,7 +44,8 @@ bool WantsHelp(const std::vector<std::string>& args) {
 
 namespace {
 void PrintUsage(std::FILE* out) {
-  std::fprintf(out, "usage: zvkit <command> [options]    (zvkit <command> --help for details)\n\ncommands:\n");
+  std::fprintf(out,
+               "usage: zvkit <command> [options]    (zvkit <command> --help for details)\n\ncommands:\n");
   for (const auto& c : Commands()) std::fprintf(out, "  %-10s %s\n", c.name, c.summary);
 }
 }  // namespace

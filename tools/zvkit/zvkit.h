@@ -22,5 +22,7 @@ const std::vector<Command>& Commands();
 bool WantsHelp(const std::vector<std::string>& args);
 
 int CmdCpu(const std::vector<std::string>& args);
+int CmdInfo(const std::vector<std::string>& args);
+int CmdConvert(const std::vector<std::string>& args);
 
 }  // namespace zvkit

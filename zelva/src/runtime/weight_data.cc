@@ -23,6 +23,19 @@ struct Base64DecodeTable {
 };
 constexpr Base64DecodeTable kBase64Decode;
 
+// The two characters of every 12-bit value: encoding looks up two pairs per three bytes instead of four
+// single characters (loading a binary model is mostly this encoding).
+struct Base64PairTable {
+  char chars[2 * 4096] = {};
+  constexpr Base64PairTable() {
+    for (int v = 0; v < 4096; ++v) {
+      chars[2 * v] = kBase64Alphabet[v >> 6];
+      chars[2 * v + 1] = kBase64Alphabet[v & 63];
+    }
+  }
+};
+constexpr Base64PairTable kBase64Pairs;
+
 // Three bytes from four characters, in 8-bit arithmetic: a foreign character counts as -1 (all bits set).
 inline void DecodeQuad(const char* in, uint8_t out[3]) {
   const uint8_t v0 = static_cast<uint8_t>(kBase64Decode.value[static_cast<uint8_t>(in[0])]);
@@ -145,10 +158,9 @@ std::string Base64Encode(const void* data, size_t bytes) {
   size_t i = 0;
   for (; i + 3 <= bytes; i += 3) {
     const uint32_t group = (uint32_t(in[i]) << 16) | (uint32_t(in[i + 1]) << 8) | in[i + 2];
-    *out++ = kBase64Alphabet[(group >> 18) & 63];
-    *out++ = kBase64Alphabet[(group >> 12) & 63];
-    *out++ = kBase64Alphabet[(group >> 6) & 63];
-    *out++ = kBase64Alphabet[group & 63];
+    std::memcpy(out, kBase64Pairs.chars + 2 * (group >> 12), 2);
+    std::memcpy(out + 2, kBase64Pairs.chars + 2 * (group & 0xFFF), 2);
+    out += 4;
   }
   const size_t tail = bytes - i;
   if (tail > 0) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <stdexcept>
 
 #include "serialization_test_util.h"
@@ -158,6 +159,45 @@ TEST(JSONNodeSetter, WritesVersionFirstAndRoundTripsExactly) {
     back.FromFile(p);
     EXPECT_EQ(back.last, f);
   }
+}
+
+TEST(JsonNumbers, ZeroWithAnyExponentReadsZero) {
+  // Found by fuzzing: the exact-number parser gave 0e304 the value 1.3e95. Zeros keep their sign; strings,
+  // keys and numbers that are not zero are left as they were.
+  for (const char* zero : {"0e304", "-0.000E+300", "0.0e308", "0e-400", "0e0"}) {
+    SCOPED_TRACE(zero);
+    const std::string text = std::string(
+                                 "{\"serializable_type\": \"Sample\", \"weights\": \"\", \"text\": \"0e304 "
+                                 "\\\" 0e9\", \"f64\": ") +
+                             zero + ", \"last\": 1e3, \"v_f32\": [" + zero + ", 2.5e-3]}";
+    Sample s;
+    s.FromJsonString(text);
+    EXPECT_EQ(s.f64, 0.0);
+    EXPECT_EQ(std::signbit(s.f64), zero[0] == '-');
+    EXPECT_EQ(s.text, "0e304 \" 0e9");
+    EXPECT_EQ(s.last, 1000.0f);
+    EXPECT_EQ(s.v_f32, (std::vector<float>{0.0f, 2.5e-3f}));
+    // The file route, parsed in place, agrees.
+    const std::string path = TempPath("zero.json");
+    testing_objects::WriteText(path, text);
+    Sample f;
+    f.FromFile(path);
+    EXPECT_EQ(f.f64, 0.0);
+    EXPECT_EQ(f.text, s.text);
+  }
+  // Far above the largest double: refused as no JSON rather than read as garbage. Large values that fit
+  // still read.
+  Sample big;
+  EXPECT_THROW(
+      big.FromJsonString("{\"serializable_type\": \"S\", \"weights\": \"\", \"text\": \"\", \"f64\": " +
+                         std::string(121, '1') + "e308}"),
+      std::runtime_error);
+  big.FromJsonString("{\"serializable_type\": \"S\", \"weights\": \"\", \"text\": \"\", \"f64\": 0.00" +
+                     std::string(30, '1') + "e310}");
+  EXPECT_DOUBLE_EQ(big.f64, 1.1111111111111111e307);
+  std::string raw = "[\"a\\\\\", 0e99, \"\\\"0e5\", -0.0E-07, 10e5]";
+  ZeroExponentsOfZeroNumbers(&raw[0], raw.size());
+  EXPECT_EQ(raw, "[\"a\\\\\", 0e00, \"\\\"0e5\", -0.0E-00, 10e5]");
 }
 
 }  // namespace

@@ -1,0 +1,81 @@
+// Shared scaffolding of the loader fuzz targets: a quiet log, a per-process scratch file that receives each
+// input (the binary loaders read from a path), and a check that what loads also writes and re-reads to the
+// same bytes.
+#pragma once
+
+#include <unistd.h>
+
+#include <cstdint>
+#include <deque>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "zelva/src/runtime/serialization.h"
+#include "zelva/src/utility/logging.h"
+
+namespace zvfuzz {
+
+inline int32_t DropLine(const char*) {
+  return 0;
+}
+
+// Every assertion writes its line to the log: keep the fuzzer's output readable.
+inline void QuietLog() {
+  static const bool done = [] {
+    zelva::utility::SetLogCallback(&DropLine);
+    zelva::utility::SetLogLevelMask(0);
+    return true;
+  }();
+  (void)done;
+}
+
+// A scratch path of this process with the given extension, removed at exit.
+inline const std::string& ScratchPath(int slot, const char* extension) {
+  static std::deque<std::string> paths;  // references stay valid as it grows
+  static const bool registered = [] {
+    std::atexit([] {
+      for (const std::string& p : paths) std::remove(p.c_str());
+    });
+    return true;
+  }();
+  (void)registered;
+  const char* dir = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
+  std::string path =
+      std::string(dir) + "/zvfuzz_" + std::to_string(getpid()) + "_" + std::to_string(slot) + extension;
+  for (const std::string& p : paths)
+    if (p == path) return p;
+  paths.push_back(path);
+  return paths.back();
+}
+
+inline void WriteFile(const std::string& path, const uint8_t* data, size_t size) {
+  FILE* file = std::fopen(path.c_str(), "wb");
+  if (file == nullptr) std::abort();
+  if (size > 0 && std::fwrite(data, 1, size, file) != size) std::abort();
+  std::fclose(file);
+}
+
+inline std::vector<char> ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::vector<char>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// `loaded` came out of a file without failure. Written as fp32 binary, read back into a fresh object and
+// written again, it must give the same bytes: the walk that reads is the walk that writes.
+template <class T>
+void CheckBinaryRoundTrip(T& loaded) {
+  const std::string& first = ScratchPath(1, ".zvmod");
+  const std::string& second = ScratchPath(2, ".zvmod");
+  loaded.ToBin(first, "fp32");  // writing what was read must not fail
+  T again;
+  again.FromBin(first, "fp32");  // must not fail: it is our own output
+  again.ToBin(second, "fp32");
+  if (ReadFile(first) != ReadFile(second)) std::abort();
+}
+
+}  // namespace zvfuzz

@@ -1,0 +1,464 @@
+// Whole-object round trips through both file forms: every layer kind with every field set away from its
+// default, a whole model, a multi-backend configuration with parameters of every class; files of older
+// protocol versions; a JSON model that leaves its numbers out.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <set>
+
+#include "../serialization_test_util.h"
+#include "zelva/src/runtime/file_visitor.h"
+#include "zelva/src/runtime/json_visitor.h"
+#include "zelva/src/runtime/zvmodel2/field_visitors.h"
+#include "zelva/src/runtime/zvmodel2/model_cfg.h"
+#include "zelva/src/runtime/zvmodel2/model_info.h"
+
+namespace zelva {
+namespace runtime {
+namespace {
+
+using testing_objects::LogCapture;
+using testing_objects::ReadBytes;
+using testing_objects::TempPath;
+using testing_objects::WriteBytes;
+using testing_objects::WriteText;
+using zvtest::FillVisitor;
+using zvtest::RecordVisitor;
+using Lines = std::vector<std::string>;
+
+std::vector<uint16_t> AllKinds() {
+  std::vector<uint16_t> kinds;
+  for (unsigned t = 0; t < 0x10000; ++t)
+    if (CreateLayerInfo(static_cast<uint16_t>(t)) != nullptr) kinds.push_back(static_cast<uint16_t>(t));
+  return kinds;
+}
+
+// A model holding one layer of every kind, all fields filled; the same every call.
+std::shared_ptr<ZVModelInfo> FilledModel() {
+  auto model = std::make_shared<ZVModelInfo>();
+  auto counter = std::make_shared<int>(0);
+  FillVisitor::Fill(model->extra_info, counter);
+  std::string previous;
+  for (uint16_t kind : AllKinds()) {
+    auto layer = CreateLayerInfo(kind);
+    FillVisitor::Fill(*layer, counter);
+    layer->id = "layer_" + std::to_string(kind);
+    if (!previous.empty()) layer->input_ids = {previous, "other"};
+    previous = layer->id;
+    model->AddLayer(layer);
+  }
+  model->squential_output_ids = {previous, "layer_0"};
+  return model;
+}
+
+// Writes `object` in one form and reads it back into a fresh T.
+template <class T>
+std::shared_ptr<T> ThroughFile(T& object, const std::string& form) {
+  auto loaded = std::make_shared<T>();
+  if (form == "json") {
+    const std::string path = TempPath("rt.json");
+    object.ToFile(path, "json");
+    loaded->FromFile(path);
+  } else {
+    const std::string path = TempPath("rt.zvmod");
+    object.ToBin(path, form);
+    loaded->FromBin(path, form);
+  }
+  return loaded;
+}
+
+// Reference narrowing of a weight text to fp16 and back: a float of the normal half range loses the 13 low
+// bits of its mantissa (truncation), nothing else.
+std::string ThroughHalf(const std::string& text) {
+  std::vector<float> w = DecodeWeights(text);
+  for (float& f : w) {
+    uint32_t bits;
+    std::memcpy(&bits, &f, 4);
+    bits &= ~0x1FFFu;
+    std::memcpy(&f, &bits, 4);
+  }
+  return EncodeWeights(w.data(), w.size());
+}
+
+// Applies ThroughHalf to every weight field of an object.
+class HalfWeights : public RecordVisitor {
+ public:
+  void VisitWeightData(std::string& v, const std::string&) override { v = ThroughHalf(v); }
+  void VisitWeightList(std::vector<std::string>& v, const std::string&) override {
+    for (std::string& s : v) s = ThroughHalf(s);
+  }
+  void Visit(Serializable& object, const std::string&) override {
+    std::shared_ptr<Visitor> visitor = std::make_shared<HalfWeights>();
+    object.VisitAttr(visitor);
+  }
+};
+
+void NarrowWeights(Serializable& object) {
+  std::shared_ptr<Visitor> visitor = std::make_shared<HalfWeights>();
+  object.VisitAttr(visitor);
+}
+
+TEST(RoundTrip, FillerReachesEveryFieldOfEveryKind) {
+  // The filled record must differ from the default one at every line but the class name, kind and id:
+  // otherwise a round trip could not tell a lost field from its default.
+  const std::set<std::string> kept = {"serializable_type", "type", "id"};
+  for (uint16_t kind : AllKinds()) {
+    auto filled = CreateLayerInfo(kind);
+    auto plain = CreateLayerInfo(kind);
+    FillVisitor::Fill(*filled);
+    Lines a = RecordVisitor::Record(*filled);
+    Lines b = RecordVisitor::Record(*plain);
+    SCOPED_TRACE(LayerInfoClassName(kind));
+    if (kind == kLayerTensorGetItem) {
+      ASSERT_GT(a.size(), b.size());  // the nested entries exist only in the filled one
+      a.resize(b.size());
+    }
+    ASSERT_EQ(a.size(), b.size());
+    for (size_t i = 0; i < a.size(); ++i) {
+      const std::string key = a[i].substr(0, a[i].find(':'));
+      if (kept.count(key) == 0) {
+        EXPECT_NE(a[i], b[i]);
+      }
+    }
+  }
+  EXPECT_EQ(AllKinds().size(), 37u);
+}
+
+TEST(RoundTrip, EveryKindAloneThroughEachForm) {
+  for (uint16_t kind : AllKinds()) {
+    auto layer = CreateLayerInfo(kind);
+    FillVisitor::Fill(*layer);
+    layer->id = "x";
+    const Lines expected = RecordVisitor::Record(*layer);
+    SCOPED_TRACE(LayerInfoClassName(kind));
+
+    // A description is a Serializable and may be a file's root on its own; its class comes from the caller.
+    auto read_json = [&](const std::string& path) {
+      auto loaded = CreateLayerInfo(kind);
+      loaded->FromFile(path);
+      return RecordVisitor::Record(*loaded);
+    };
+    const std::string json = TempPath("layer.json");
+    layer->ToFile(json, "json");
+    EXPECT_EQ(read_json(json), expected);
+
+    const std::string fp32 = TempPath("layer32.zvmod");
+    layer->ToBin(fp32, "fp32");
+    auto from32 = CreateLayerInfo(kind);
+    from32->FromBin(fp32, "fp32");
+    EXPECT_EQ(RecordVisitor::Record(*from32), expected);
+
+    const std::string fp16 = TempPath("layer16.zvmod");
+    layer->ToFile(fp16, "bin");  // the extension route writes and reads fp16
+    auto from16 = CreateLayerInfo(kind);
+    from16->FromFile(fp16);
+    auto narrowed = CreateLayerInfo(kind);
+    FillVisitor::Fill(*narrowed);
+    narrowed->id = "x";
+    NarrowWeights(*narrowed);
+    EXPECT_EQ(RecordVisitor::Record(*from16), RecordVisitor::Record(*narrowed));
+  }
+}
+
+TEST(RoundTrip, WholeModelThroughJsonAndBothPrecisions) {
+  auto model = FilledModel();
+  const Lines expected = RecordVisitor::Record(*model);
+  ASSERT_GT(expected.size(), 300u);
+
+  for (const char* form : {"json", "fp32"}) {
+    SCOPED_TRACE(form);
+    auto loaded = ThroughFile(*model, form);
+    EXPECT_EQ(RecordVisitor::Record(*loaded), expected);
+    // The layers are made in list order with the listed classes.
+    ASSERT_EQ(loaded->layers().size(), model->layers().size());
+    for (size_t i = 0; i < loaded->layers().size(); ++i) {
+      EXPECT_EQ(loaded->layers()[i].first, model->layers()[i].first);
+      EXPECT_EQ(loaded->layers()[i].second->GetTypeName(), model->layers()[i].second->GetTypeName());
+    }
+  }
+
+  auto narrowed = FilledModel();
+  NarrowWeights(*narrowed);
+  auto from16 = ThroughFile(*model, "fp16");
+  EXPECT_EQ(RecordVisitor::Record(*from16), RecordVisitor::Record(*narrowed));
+  // A second pass through fp16 changes nothing more.
+  auto again = ThroughFile(*from16, "fp16");
+  EXPECT_EQ(RecordVisitor::Record(*again), RecordVisitor::Record(*narrowed));
+  // And JSON after fp16 keeps the narrowed text exactly.
+  EXPECT_EQ(RecordVisitor::Record(*ThroughFile(*from16, "json")), RecordVisitor::Record(*narrowed));
+}
+
+// ---- Files of older protocol versions ------------------------------------------------------------------
+
+// A binary writer of an older protocol: its nested writers keep its version, so the gates of every object
+// leave out what that version did not have. (The library's writer always writes the current version.)
+class OldFILEWriter : public FILEWriter {
+ public:
+  OldFILEWriter(FILE* file, uint32_t version) : FILEWriter(file, false, "fp32") {
+    serialization_protocol_version = version;
+  }
+  void Visit(Serializable& value, const std::string&) override {
+    std::shared_ptr<Visitor> nested = std::make_shared<OldFILEWriter>(file(), serialization_protocol_version);
+    value.VisitAttr(nested);
+  }
+  using FILEWriter::Visit;
+};
+
+// Writes `object` in the binary layout of `version`: the header by hand, then the walk at that version.
+void WriteOldBinary(Serializable& object, const std::string& path, uint32_t version) {
+  FILE* file = std::fopen(path.c_str(), "wb");
+  ASSERT_NE(file, nullptr);
+  ASSERT_EQ(std::fwrite(&version, 4, 1, file), 1u);
+  {
+    std::shared_ptr<Visitor> visitor = std::make_shared<OldFILEWriter>(file, version);
+    object.VisitAttr(visitor);
+  }
+  std::fclose(file);
+}
+
+// A JSON file of `version`: the current text with its version member edited. The gated members stay in the
+// text and must be ignored.
+void WriteOldJson(Serializable& object, const std::string& path, uint32_t version) {
+  object.ToFile(path, "json");
+  std::vector<uint8_t> bytes = ReadBytes(path);
+  std::string text(bytes.begin(), bytes.end());
+  const std::string key = "\"serialization_protocol_version\": 20018";
+  const size_t at = text.find(key);
+  ASSERT_NE(at, std::string::npos);
+  text.replace(at, key.size(), "\"serialization_protocol_version\": " + std::to_string(version));
+  WriteText(path, text);
+}
+
+// The filled model as a reader of a `version` file must see it: gated fields at their defaults.
+std::shared_ptr<ZVModelInfo> AsOfVersion(uint32_t version) {
+  auto model = FilledModel();
+  NetExtraInfo& extra = model->extra_info;
+  if (version < 20004) extra.summary.clear();
+  if (version < 20007) extra.fmlas &= 0xFFFFFFFFu;  // a 32-bit field then
+  for (const auto& entry : model->layers()) {
+    LayerInfo* layer = entry.second.get();
+    if (auto* act = dynamic_cast<ActivationInfo*>(layer); act != nullptr && version <= 20011) {
+      act->num_parameters = 1;
+      act->weight.clear();
+    }
+    if (auto* bn = dynamic_cast<BatchNormInfo*>(layer); bn != nullptr && version < 20005) {
+      bn->num_batches_tracked = -1;
+    }
+    if (auto* up = dynamic_cast<Upsample2dInfo*>(layer); up != nullptr && version <= 20015) {
+      up->scale_width = 0.0f;
+      up->scale_height = 0.0f;
+    }
+  }
+  return model;
+}
+
+TEST(RoundTrip, OlderModelFilesKeepTheDefaultsOfGatedFields) {
+  for (uint32_t version : {20003u, 20004u, 20005u, 20006u, 20007u, 20011u, 20012u, 20015u, 20016u}) {
+    SCOPED_TRACE(version);
+    auto model = FilledModel();
+    const Lines expected = RecordVisitor::Record(*AsOfVersion(version));
+
+    const std::string bin = TempPath("old.zvmod");
+    WriteOldBinary(*model, bin, version);
+    ZVModelInfo from_bin;
+    from_bin.FromBin(bin, "fp32");
+    EXPECT_EQ(RecordVisitor::Record(from_bin), expected);
+
+    const std::string json = TempPath("old.json");
+    WriteOldJson(*model, json, version);
+    ZVModelInfo from_json;
+    from_json.FromFile(json);
+    EXPECT_EQ(RecordVisitor::Record(from_json), expected);
+  }
+}
+
+TEST(RoundTrip, HandMadeOldActivationFile) {
+  // Protocol 20011, bytes put together by hand: no "num_parameters" and no "weight" after the beta.
+  std::vector<uint8_t> bytes;
+  auto put = [&](const void* p, size_t n) {
+    bytes.insert(bytes.end(), static_cast<const uint8_t*>(p), static_cast<const uint8_t*>(p) + n);
+  };
+  auto str = [&](const std::string& s) {
+    const uint64_t n = s.size();
+    put(&n, 8);
+    put(s.data(), s.size());
+  };
+  const uint32_t version = 20011;
+  const uint16_t type = 1, read_count = 3, act_type = 5, alpha = 0x3800 /* 0.5 */, beta = 0xC000 /* -2 */;
+  const uint64_t no_inputs = 0;
+  put(&version, 4);
+  str("ActivationInfo");
+  put(&type, 2);
+  str("act");
+  put(&no_inputs, 8);
+  put(&read_count, 2);
+  put(&act_type, 2);
+  put(&alpha, 2);
+  put(&beta, 2);
+  const std::string path = TempPath("act.zvmod");
+  WriteBytes(path, bytes);
+
+  ActivationInfo act;
+  act.FromFile(path);
+  EXPECT_EQ(act.id, "act");
+  EXPECT_EQ(act.read_count, 3);
+  EXPECT_EQ(act.activation_type, 5);
+  EXPECT_EQ(act.activation_alpha.bits(), 0x3800);
+  EXPECT_EQ(act.activation_beta.bits(), 0xC000);
+  EXPECT_EQ(act.num_parameters, 1);
+  EXPECT_EQ(act.weight, "");
+
+  // The same bytes under 20012 need the two fields: the file is then two bytes short of "num_parameters".
+  const uint32_t newer = 20012;
+  std::memcpy(bytes.data(), &newer, 4);
+  WriteBytes(path, bytes);
+  LogCapture log;
+  ActivationInfo strict;
+  EXPECT_THROW(strict.FromFile(path), std::runtime_error);
+  EXPECT_TRUE(log.Contains("failed to read a short value")) << (log.lines().empty() ? "" : log.lines()[0]);
+}
+
+// ---- A JSON model without its numbers --------------------------------------------------------------------
+
+void DropNumbers(rapidjson::Value& object) {
+  for (auto it = object.MemberBegin(); it != object.MemberEnd();) {
+    if (it->value.IsNumber() || it->value.IsBool()) {
+      it = object.EraseMember(it);
+    } else {
+      if (it->value.IsObject()) DropNumbers(it->value);
+      ++it;
+    }
+  }
+}
+
+TEST(RoundTrip, JsonModelWithoutNumericKeysReadsZeros) {
+  auto model = FilledModel();
+  const std::string path = TempPath("nonumbers.json");
+  model->ToFile(path, "json");
+  std::vector<uint8_t> bytes = ReadBytes(path);
+  rapidjson::Document doc;
+  doc.Parse(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+  ASSERT_TRUE(doc.IsObject());
+  DropNumbers(doc);
+  rapidjson::StringBuffer buffer;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+  doc.Accept(writer);
+  WriteText(path, buffer.GetString());
+
+  ZVModelInfo loaded;
+  {
+    LogCapture log;  // every layer lost its "type": each warns, and the listed kind wins
+    loaded.FromFile(path);
+    EXPECT_TRUE(log.Contains("This ZVModelInfo may be a old vesion file, please verify it."));
+  }
+  const Lines filled = RecordVisitor::Record(*model);
+  const Lines read = RecordVisitor::Record(loaded);
+  // The record of the loaded model: every number and flag is zero (not its constructor's default), except
+  // the layers' kinds, which the list restores; strings, arrays and weights come through. A get-item layer
+  // lost its count, so its nested entries are gone.
+  const std::set<std::string> numeric = {"bool", "char", "u8",  "i8",  "u16",  "i16", "u32",
+                                         "i32",  "u64",  "i64", "f64", "half", "f32"};
+  size_t j = 0, zeros = 0;
+  for (const std::string& line : read) {
+    const size_t colon = line.find(':'), eq = line.find('=');
+    const std::string key = line.substr(0, colon), tag = line.substr(colon + 1, eq - colon - 1);
+    const std::string value = line.substr(eq + 1);
+    while (j < filled.size() && filled[j].substr(0, eq + 1) != line.substr(0, eq + 1)) ++j;
+    ASSERT_LT(j, filled.size()) << line;
+    const bool is_type = key.size() >= 5 && key.compare(key.size() - 5, 5, "/type") == 0;
+    if (numeric.count(tag) && !is_type) {
+      EXPECT_TRUE(value == "0" || value == "00000000") << line;
+      ++zeros;
+    } else {
+      EXPECT_EQ(line, filled[j]);
+    }
+  }
+  EXPECT_GT(zeros, 150u);
+  EXPECT_EQ(loaded.GetLayerInfoAs<Conv2dInfo>("layer_2")->stride_x, 0);  // the constructor's 1 does not apply
+  EXPECT_FALSE(loaded.GetLayerInfoAs<BatchNorm2dInfo>("layer_9")->if_affine);
+  EXPECT_EQ(loaded.GetLayerInfoAs<BatchNorm2dInfo>("layer_9")->eps, 0.0f);
+}
+
+// ---- Configuration
+// ------------------------------------------------------------------------------------------
+
+std::shared_ptr<ZVModelMultiBackendCfgs> FilledCfgs() {
+  auto cfgs = std::make_shared<ZVModelMultiBackendCfgs>();
+  auto counter = std::make_shared<int>(0);
+  const std::vector<std::string>& params = InferenceParamTypeNames();
+  size_t next_param = 0;
+  auto kernel = [&](const std::string& name, bool with_param) {
+    auto k = std::make_shared<KernelCfg>();
+    k->kernel_type = name;
+    if (with_param) {
+      k->infer_param_type = params[next_param++ % params.size()];
+      k->infer_param = CreateInferenceParam(k->infer_param_type);
+      FillVisitor::Fill(*k->infer_param, counter);
+    }
+    return k;
+  };
+  const std::vector<std::shared_ptr<ZVModelCfg>> backends = {
+      cfgs->cpu_sse,    cfgs->cpu_avx,   cfgs->cpu_armv7, cfgs->cpu_armv8,
+      cfgs->gpu_opengl, cfgs->gpu_metal, cfgs->gpu_cuda,  cfgs->cpu_armv82};
+  for (size_t b = 0; b < backends.size(); ++b) {
+    ZVModelCfg& cfg = *backends[b];
+    cfg.summary = "backend " + std::to_string(b);
+    for (int l = 0; l < 3; ++l) {
+      const std::string id = "layer" + std::to_string(b) + "_" + std::to_string(l);
+      auto layer = std::make_shared<LayerCfg>();
+      layer->summary = "summary of " + id;
+      layer->kernel = kernel("Kernel_" + id, true);
+      // Ids in an order that is not the map's: "10" sorts before "2".
+      for (const char* pos : {"2", "10", "0"}) {
+        layer->input_converters->kernel_ids.push_back(pos);
+        layer->input_converters->kernel_cfgs[pos] = kernel(std::string("In_") + pos, l == 1);
+      }
+      layer->output_converters->kernel_ids.push_back("0");
+      layer->output_converters->kernel_cfgs["0"] = kernel("Out_" + id, false);
+      cfg.squential_ids.push_back(id);
+      cfg.layer_cfgs[id] = layer;
+    }
+  }
+  return cfgs;
+}
+
+TEST(RoundTrip, ConfigurationWithEveryParameterClass) {
+  auto cfgs = FilledCfgs();
+  const Lines expected = RecordVisitor::Record(*cfgs);
+  // Every parameter class was written at least once.
+  std::set<std::string> seen;
+  for (const std::string& line : expected) {
+    const size_t at = line.find("infer_param/serializable_type:str='");
+    if (at != std::string::npos) seen.insert(line.substr(line.find("='") + 2));
+  }
+  EXPECT_EQ(seen.size(), InferenceParamTypeNames().size());
+
+  for (const char* form : {"json", "fp16", "fp32"}) {
+    SCOPED_TRACE(form);
+    auto loaded = ThroughFile(*cfgs, form);
+    EXPECT_EQ(RecordVisitor::Record(*loaded), expected);
+    EXPECT_EQ(loaded->cpu_sse->GetLayerCfg("layer0_0")->input_converters->kernel_ids,
+              (std::vector<std::string>{"2", "10", "0"}));
+  }
+
+  // A configuration of protocol 20007 has seven backends: "cpu_armv82" stays empty.
+  for (auto writer : {&WriteOldBinary, &WriteOldJson}) {
+    const std::string path = TempPath(writer == &WriteOldJson ? "cfg.json" : "cfg.zvcfg");
+    writer(*cfgs, path, 20007);
+    ZVModelMultiBackendCfgs old;
+    if (writer == &WriteOldJson) {
+      old.FromFile(path);
+    } else {
+      old.FromBin(path, "fp32");
+    }
+    EXPECT_TRUE(old.cpu_armv82->squential_ids.empty());
+    EXPECT_TRUE(old.cpu_armv82->layer_cfgs.empty());
+    EXPECT_EQ(RecordVisitor::Record(*old.gpu_cuda), RecordVisitor::Record(*cfgs->gpu_cuda));
+  }
+}
+
+}  // namespace
+}  // namespace runtime
+}  // namespace zelva
