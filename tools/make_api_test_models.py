@@ -6,6 +6,7 @@ Plain python3, no third-party modules. The files are committed under tests/data/
 """
 import json
 import os
+import struct
 
 OUT = os.path.join(os.path.dirname(__file__), "..", "tests", "data", "api")
 VERSION = 20018
@@ -81,6 +82,9 @@ def main():
     # Configurations that cannot build the flatten net.
     write("unknown_kernel.cfg.json", config([("in", "Input_Fallback_M1"), ("flat", "NoSuchKernel_M1")], "bad"))
     write("missing_layer.cfg.json", config([("in", "Input_Fallback_M1")], "lacks a layer"))
+    # Three blocks of 2 x 4 floats for streaming tests.
+    with open(os.path.join(OUT, "blocks.f32"), "wb") as f:
+        f.write(struct.pack("<24f", *[i * 0.5 - 3.0 for i in range(24)]))
 
 
 if __name__ == "__main__":

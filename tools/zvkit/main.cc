@@ -32,6 +32,23 @@ const std::vector<Command>& Commands() {
        "precision the engines read); --input-precision that of a binary IN (default fp16).\n"
        "Exits 1 with the reason on stderr when IN cannot be read or OUT cannot be written.\n",
        &CmdConvert},
+      {"run", "stream a raw float32 file through an engine, block by block, through the public C API",
+       "usage: zvkit run --model M --config C --input frames.f32 [--output out.f32]\n"
+       "                 [--engine denoise|vad] [--fused] [--reset-every N] [--quiet]\n"
+       "\n"
+       "Creates an engine (denoise by default) from M and C, cuts the input file into blocks of the model's\n"
+       "input size (model_base_h x model_base_w floats; 7 x 80 with --fused) and applies them in order,\n"
+       "writing the outputs one after the other to --output. --fused selects the hand-fused denoise path\n"
+       "(argv[2] = \"1\"). --reset-every N resets the recurrent state before every N-th block. Prints a\n"
+       "progress line every 1000 blocks and a summary: blocks, mean and p99 time per block.\n",
+       &CmdRun},
+      {"kernels", "list the registered kernel names by registration group",
+       "usage: zvkit kernels\n"
+       "\n"
+       "Prints every kernel name an engine's registry holds, by group (base, Fallback, SGEMM, SSE, AVX), in\n"
+       "alphabetical order within a group, and the number of distinct names. A configuration file names\n"
+       "kernels by exactly these names.\n",
+       &CmdKernels},
   };
   return commands;
 }

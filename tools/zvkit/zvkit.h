@@ -24,5 +24,7 @@ bool WantsHelp(const std::vector<std::string>& args);
 int CmdCpu(const std::vector<std::string>& args);
 int CmdInfo(const std::vector<std::string>& args);
 int CmdConvert(const std::vector<std::string>& args);
+int CmdRun(const std::vector<std::string>& args);
+int CmdKernels(const std::vector<std::string>& args);
 
 }  // namespace zvkit
