@@ -8,7 +8,9 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
+#include <fstream>
 #include <mutex>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -63,8 +65,10 @@ TEST_P(Engines, GenericPathCopiesTheFirstOutput) {
       for (int i = 0; i < 8; ++i) EXPECT_EQ(out[i], block[i]) << model << " " << i;
     }
     EXPECT_EQ(f.reset(h), ZV2_RESULT_OK);  // a stateless net: nothing to clear, still a success
+    log.Clear();
     EXPECT_EQ(f.destroy(&h), ZV2_RESULT_OK);
     EXPECT_EQ(h, 0u);
+    EXPECT_TRUE(log.lines().empty()) << log.Last();  // every pool block was back before the pools went
   }
 }
 
@@ -114,6 +118,37 @@ TEST_P(Engines, UnbuildableConfigurationsFailTheCreate) {
 
 INSTANTIATE_TEST_SUITE_P(BothFamilies, Engines, ::testing::Values(kDenoise, kVad),
                          [](const ::testing::TestParamInfo<Family>& info) { return info.param.name; });
+
+// Every file of the bad corpus, as model or as configuration, fails the create of both engines with an Error
+// line and no crash; the process goes on.
+TEST(EngineLoad, BadFilesFailTheCreateCleanly) {
+  LogCapture log;
+  const std::string dir = std::string(ZELVA_TEST_DATA_DIR) + "/bad/";
+  std::ifstream manifest(dir + "MANIFEST");
+  ASSERT_TRUE(manifest.good());
+  const std::string good_model = std::string(ZELVA_TEST_DATA_DIR) + "/models/tiny_model.json";
+  const std::string good_cfg = std::string(ZELVA_TEST_DATA_DIR) + "/models/tiny_cfg.json";
+  std::string line;
+  int files = 0;
+  while (std::getline(manifest, line)) {
+    if (line.empty() || line[0] == '#') continue;
+    const std::string file = dir + line.substr(0, line.find('\t'));
+    const bool is_cfg = line.find("\tcfg\t") != std::string::npos;
+    const std::string model = is_cfg ? good_model : file;
+    const std::string cfg = is_cfg ? file : good_cfg;
+    for (const Family* f : {&kDenoise, &kVad}) {
+      log.Clear();
+      const char* argv[] = {model.c_str(), cfg.c_str()};
+      uint32_t handle = 77;
+      EXPECT_EQ(f->create(&handle, 2, argv), ZV2_RESULT_FAILED) << f->name << " " << file;
+      EXPECT_EQ(handle, 77u);
+      ASSERT_FALSE(log.lines().empty());
+      EXPECT_NE(log.Last().find("load model failed."), std::string::npos) << f->name << " " << file;
+    }
+    ++files;
+  }
+  EXPECT_GE(files, 15);
+}
 
 TEST(EngineLoad, UnknownKernelIsReportedAsNotInTheRegistry) {
   LogCapture log;
