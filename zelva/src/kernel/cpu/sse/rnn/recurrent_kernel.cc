@@ -203,6 +203,9 @@ int32_t RecurrentCheckInputs(RecurrentKind kind, bool sequence, const RecurrentS
                              const runtime::TensorList& inputs) {
   const size_t most = sequence ? 1 : 1 + StateCount(kind);
   if (inputs.empty() || inputs.size() > most || !IsDataInput(s, inputs[0])) return runtime::kKernelBadTensor;
+  // A cell takes one step: x is exactly in_size floats.
+  if (!sequence && static_cast<uint32_t>(inputs[0]->shape.ElementCount()) != s.in_size)
+    return runtime::kKernelBadTensor;
   for (size_t k = 1; k < inputs.size(); ++k) {
     if (!IsMainFloat(inputs[k]) || static_cast<uint32_t>(inputs[k]->shape.ElementCount()) != s.hidden_size)
       return runtime::kKernelBadTensor;

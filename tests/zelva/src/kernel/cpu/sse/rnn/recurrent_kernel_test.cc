@@ -451,6 +451,7 @@ TEST_F(RecurrentFamilyTest, RefusalsAndTensorChecks) {
   EXPECT_EQ(cell->CheckInputs({x, h, h}), 0);
   EXPECT_EQ(cell->CheckInputs({x, h, h, h}), -2);
   EXPECT_EQ(cell->CheckInputs({x, Tensor({1, 2}, six)}), -2);
+  EXPECT_EQ(cell->CheckInputs({Tensor({2, 5}, ten)}), -2);
   EXPECT_EQ(cell->GetOutputShapes({x->shape}).size(), 2u);
   EXPECT_THROW(cell->Forward({Tensor({2, 5}, ten)}, outputs, context_), std::runtime_error);
 
