@@ -1,0 +1,138 @@
+#include "zelva/src/kernel/cpu/sse/rnn/recurrent_step.h"
+
+#include <xmmintrin.h>
+
+#include <cmath>
+#include <cstddef>
+
+#include "zelva/src/utility/logging.h"
+
+namespace zelva {
+namespace kernel {
+
+namespace {
+
+// Elementwise cores: four lanes at a time, then single floats. Each lane is one IEEE operation, so the
+// result is the same as the plain loop. Outputs may be one of the operands.
+void AddVectors(const float* a, const float* b, float* y, uint32_t n) {
+  uint32_t i = 0;
+  for (; i + 4 <= n; i += 4) _mm_storeu_ps(y + i, _mm_add_ps(_mm_loadu_ps(a + i), _mm_loadu_ps(b + i)));
+  for (; i < n; ++i) y[i] = a[i] + b[i];
+}
+
+void MulVectors(const float* a, const float* b, float* y, uint32_t n) {
+  uint32_t i = 0;
+  for (; i + 4 <= n; i += 4) _mm_storeu_ps(y + i, _mm_mul_ps(_mm_loadu_ps(a + i), _mm_loadu_ps(b + i)));
+  for (; i < n; ++i) y[i] = a[i] * b[i];
+}
+
+void SubVectors(const float* a, const float* b, float* y, uint32_t n) {
+  uint32_t i = 0;
+  for (; i + 4 <= n; i += 4) _mm_storeu_ps(y + i, _mm_sub_ps(_mm_loadu_ps(a + i), _mm_loadu_ps(b + i)));
+  for (; i < n; ++i) y[i] = a[i] - b[i];
+}
+
+void SigmoidInPlace(float* v, uint32_t n) {
+  for (uint32_t i = 0; i < n; ++i) v[i] = GateSigmoid(v[i]);
+}
+
+void TanhInPlace(float* v, uint32_t n) {
+  for (uint32_t i = 0; i < n; ++i) v[i] = GateTanh(v[i]);
+}
+
+void ReLUInPlace(float* v, uint32_t n) {
+  uint32_t i = 0;
+  const __m128 zero = _mm_setzero_ps();
+  for (; i + 4 <= n; i += 4) _mm_storeu_ps(v + i, _mm_max_ps(_mm_loadu_ps(v + i), zero));
+  for (; i < n; ++i) v[i] = v[i] > 0.0f ? v[i] : 0.0f;
+}
+
+// gx = W_ih x + b_ih and gh = W_hh h + b_hh, each gates x hidden long.
+void GateProducts(DenseProduct dense, const StepWeights& w, uint32_t gates, const float* x, const float* h,
+                  float* gx, float* gh) {
+  const int32_t rows = static_cast<int32_t>(gates * w.hidden);
+  dense(x, static_cast<int32_t>(w.in_width), rows, w.weight_ih, w.bias_ih, gx);
+  dense(h, static_cast<int32_t>(w.hidden), rows, w.weight_hh, w.bias_hh, gh);
+}
+
+void GRUStep(DenseProduct dense, const StepWeights& w, const float* x, const float* h, float* out, float* gx,
+             float* gh) {
+  const uint32_t H = w.hidden;
+  GateProducts(dense, w, 3, x, h, gx, gh);
+  float* r = gh;
+  float* z = gh + H;
+  float* n = gh + 2 * H;
+  AddVectors(gx, r, r, H);
+  SigmoidInPlace(r, H);
+  AddVectors(gx + H, z, z, H);
+  SigmoidInPlace(z, H);
+  MulVectors(n, r, n, H);
+  AddVectors(gx + 2 * H, n, n, H);
+  TanhInPlace(n, H);
+  SubVectors(n, h, out, H);
+  MulVectors(z, out, out, H);
+  SubVectors(n, out, out, H);
+}
+
+void LSTMStep(DenseProduct dense, const StepWeights& w, const float* x, const float* h, const float* c,
+              float* h_out, float* c_out, float* gx, float* gh) {
+  const uint32_t H = w.hidden;
+  GateProducts(dense, w, 4, x, h, gx, gh);
+  AddVectors(gx, gh, gh, 4 * H);
+  float* i = gh;
+  float* f = gh + H;
+  float* g = gh + 2 * H;
+  float* o = gh + 3 * H;
+  SigmoidInPlace(i, H);
+  SigmoidInPlace(f, H);
+  TanhInPlace(g, H);
+  SigmoidInPlace(o, H);
+  MulVectors(f, c, f, H);
+  MulVectors(i, g, g, H);
+  AddVectors(f, g, c_out, H);
+  // h' = tanh(c') o; the new cell stays untouched.
+  for (uint32_t k = 0; k < H; ++k) h_out[k] = GateTanh(c_out[k]);
+  MulVectors(h_out, o, h_out, H);
+}
+
+void RNNStep(DenseProduct dense, const StepWeights& w, uint32_t activation, const float* x, const float* h,
+             float* out, float* gx, float* gh) {
+  const uint32_t H = w.hidden;
+  GateProducts(dense, w, 1, x, h, gx, gh);
+  AddVectors(gx, gh, out, H);
+  if (activation == kRecurrentReLU) {
+    ReLUInPlace(out, H);
+  } else if (activation == kRecurrentTanH) {
+    TanhInPlace(out, H);
+  } else {
+    ZV_LOG(utility::kLogError, "Not Implemented.");
+  }
+}
+
+}  // namespace
+
+float GateSigmoid(float x) {
+  return 1.0f / (expf(-x) + 1.0f);
+}
+
+float GateTanh(float x) {
+  return tanhf(x);
+}
+
+void RecurrentStep(RecurrentKind kind, uint32_t activation, DenseProduct dense, const StepWeights& weights,
+                   const float* x, const float* const* state, float* const* state_out, float* gx, float* gh) {
+  switch (kind) {
+    case RecurrentKind::kGRU:
+      GRUStep(dense, weights, x, state[0], state_out[0], gx, gh);
+      break;
+    case RecurrentKind::kLSTM:
+      LSTMStep(dense, weights, x, state[0], state[1], state_out[0], state_out[1], gx, gh);
+      break;
+    case RecurrentKind::kRNN:
+      RNNStep(dense, weights, activation, x, state[0], state_out[0], gx, gh);
+      break;
+  }
+}
+
+}  // namespace kernel
+}  // namespace zelva
