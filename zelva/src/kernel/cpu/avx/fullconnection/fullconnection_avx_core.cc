@@ -128,7 +128,7 @@ void DenseBlock8AVX(const float* x, int32_t in_count, int32_t out_count, const f
 
 void DenseOutRows8AVX(const float* x, int32_t in_count, int32_t out_count, const float* w, const float* bias,
                       float* y) {
-  Block8<1>(x, in_count, out_count, w, bias, y);
+  Block8<2>(x, in_count, out_count, w, bias, y);
 }
 
 }  // namespace kernel

@@ -24,8 +24,8 @@ void DenseRows841AVX(const float* x, int32_t in_count, int32_t out_count, const 
 void DenseBlock8AVX(const float* x, int32_t in_count, int32_t out_count, const float* w, const float* bias,
                     float* y);
 
-// The same product walked one output block at a time: for each block of 8 outputs, for each input, broadcast
-// it against that input's row of 8 outputs. Same sums in the same order as DenseBlock8AVX.
+// The same product walked by output blocks: for each block of 8 outputs (two blocks side by side), for each
+// input, broadcast it against that input's row of 8 outputs. Same sums in the same order as DenseBlock8AVX.
 void DenseOutRows8AVX(const float* x, int32_t in_count, int32_t out_count, const float* w, const float* bias,
                       float* y);
 
