@@ -1,5 +1,6 @@
 // The SSE group: 128-bit vector kernels. Each family's member list is included here and expanded with
 // ZV_REGISTER_MEMBER.
+#include "zelva/src/kernel/cpu/sse/fullconnection/members.h"
 #include "zelva/src/kernel/cpu/sse/rnn/members.h"
 #include "zelva/src/kernel/registry/registry.h"
 
@@ -10,6 +11,7 @@ void RegisterSSEKernels(KernelRegistry& registry) {
   constexpr KernelGroup kGroup = KernelGroup::kSSE;
   (void)kGroup;
   (void)registry;
+  ZV_SSE_FULLCONNECTION_MEMBERS(ZV_REGISTER_MEMBER)
   ZV_SSE_RNN_MEMBERS(ZV_REGISTER_MEMBER)
 }
 
