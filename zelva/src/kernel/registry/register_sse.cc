@@ -2,6 +2,8 @@
 // ZV_REGISTER_MEMBER.
 #include "zelva/src/kernel/cpu/sse/fullconnection/members.h"
 #include "zelva/src/kernel/cpu/sse/rnn/members.h"
+#include "zelva/src/kernel/cpu/sse/conv2d/members.h"
+#include "zelva/src/kernel/cpu/sse/depthwise/members.h"
 #include "zelva/src/kernel/registry/registry.h"
 
 namespace zelva {
@@ -13,6 +15,8 @@ void RegisterSSEKernels(KernelRegistry& registry) {
   (void)registry;
   ZV_SSE_FULLCONNECTION_MEMBERS(ZV_REGISTER_MEMBER)
   ZV_SSE_RNN_MEMBERS(ZV_REGISTER_MEMBER)
+  ZV_SSE_CONV2D_MEMBERS(ZV_REGISTER_MEMBER)
+  ZV_SSE_DEPTHWISE_MEMBERS(ZV_REGISTER_MEMBER)
 }
 
 }  // namespace kernel

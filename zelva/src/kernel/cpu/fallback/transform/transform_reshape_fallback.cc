@@ -1,7 +1,5 @@
 #include "zelva/src/kernel/cpu/fallback/transform/transform_reshape_fallback.h"
 
-#include <cstring>
-
 #include "zelva/src/kernel/cpu/fallback/transform/reshape_rules.h"
 
 namespace zelva {
@@ -93,20 +91,7 @@ void Transform_MainMemory_Reshape_Fallback::Forward(const runtime::TensorList& i
   std::shared_ptr<runtime::Tensor> output;
   context->GetDeviceCPU()->CreateTensor(output, std::move(shapes[0]));
 
-  const runtime::TensorShape& in = input->shape;
-  if (in.layout == Layout::C4HW4 || in.layout == Layout::C8HW8) {
-    ZV_ASSERT(in.data_type == DataType::FLOAT32, "Invalid input data type");
-    ZV_ASSERT(in.dims.size() >= 2, "[Transform_MainMemory_Reshape_Fallback] blocked input of rank %zu.",
-              in.dims.size());
-    const uint32_t blocks = in.dims.front();
-    const uint32_t lanes = in.dims.back();
-    uint32_t inner = 1;
-    for (size_t d = 1; d + 1 < in.dims.size(); ++d) inner *= in.dims[d];
-    UnblockToPlanar(input->Data<float>(), output->Data<float>(), blocks, inner, lanes);
-  } else {
-    const int32_t bytes = in.ByteSize();
-    if (bytes > 0) std::memcpy(output->data, input->data, static_cast<size_t>(bytes));
-  }
+  CopyInLogicalOrder(*input, output->data);
   outputs.clear();
   outputs.push_back(std::move(output));
 }
