@@ -1,5 +1,7 @@
 // The AVX group: 256-bit vector kernels, registered whatever the processor offers (the configuration decides
 // whether they run). Each family's member list is included here and expanded with ZV_REGISTER_MEMBER.
+#include "zelva/src/kernel/cpu/avx/activation/members.h"
+#include "zelva/src/kernel/cpu/avx/elementwise/members.h"
 #include "zelva/src/kernel/registry/registry.h"
 
 namespace zelva {
@@ -9,6 +11,8 @@ void RegisterAVXKernels(KernelRegistry& registry) {
   constexpr KernelGroup kGroup = KernelGroup::kAVX;
   (void)kGroup;
   (void)registry;
+  ZV_AVX_ACTIVATION_MEMBERS(ZV_REGISTER_MEMBER)
+  ZV_AVX_ELEMENTWISE_MEMBERS(ZV_REGISTER_MEMBER)
 }
 
 }  // namespace kernel

@@ -1,5 +1,7 @@
 // The SSE group: 128-bit vector kernels. Each family's member list is included here and expanded with
 // ZV_REGISTER_MEMBER.
+#include "zelva/src/kernel/cpu/sse/activation/members.h"
+#include "zelva/src/kernel/cpu/sse/elementwise/members.h"
 #include "zelva/src/kernel/registry/registry.h"
 
 namespace zelva {
@@ -9,6 +11,8 @@ void RegisterSSEKernels(KernelRegistry& registry) {
   constexpr KernelGroup kGroup = KernelGroup::kSSE;
   (void)kGroup;
   (void)registry;
+  ZV_SSE_ELEMENTWISE_MEMBERS(ZV_REGISTER_MEMBER)
+  ZV_SSE_ACTIVATION_MEMBERS(ZV_REGISTER_MEMBER)
 }
 
 }  // namespace kernel
