@@ -165,14 +165,11 @@ class ChannelMulKernel : public runtime::IKernel {
     return {out};
   }
 
-  // Two FLOAT32 tensors of the member's layout (4 dims); in H and in W the sizes are equal or one is 1.
+  // Two FLOAT32 tensors of the member's layout (4 dims) whose H and W pass the test a * b == max(a, b).
+  // That test lets a size meet 1 (or 0 meet 0) only: two equal sizes above 1 are refused here, although
+  // Forward multiplies them as well.
   int32_t CheckInputs(const runtime::TensorList& inputs) override {
-    if (inputs.size() != 2) return runtime::kKernelBadTensor;
-    for (const auto& t : inputs) {
-      if (t == nullptr || t->shape.data_type != runtime::DataType::FLOAT32 || t->shape.layout != kLayout ||
-          t->shape.dims.size() != 4)
-        return runtime::kKernelBadTensor;
-    }
+    if (!TwoBlockedFloats(inputs)) return runtime::kKernelBadTensor;
     const std::vector<uint32_t>& a = inputs[0]->shape.dims;
     const std::vector<uint32_t>& b = inputs[1]->shape.dims;
     for (int d = 1; d <= 2; ++d) {
@@ -186,14 +183,18 @@ class ChannelMulKernel : public runtime::IKernel {
 
   void Forward(const runtime::TensorList& inputs, runtime::TensorList& outputs,
                const std::shared_ptr<runtime::Context>& context) override {
-    ZV_ASSERT(CheckInputs(inputs) == runtime::kKernelOk,
-              "[%s] needs two float %u-lane blocked tensors that fit.", Member::kName, kLanes);
+    ZV_ASSERT(TwoBlockedFloats(inputs), "[%s] needs two float tensors of %u-lane blocks.", Member::kName,
+              kLanes);
     runtime::TensorCPU* a = runtime::TensorCPU::Cast(inputs[0]);
     runtime::TensorCPU* b = runtime::TensorCPU::Cast(inputs[1]);
     const std::vector<uint32_t>& ad = a->shape.dims;
     const std::vector<uint32_t>& bd = b->shape.dims;
     ZV_ASSERT(ad[0] == bd[0] && ad[3] == kLanes && bd[3] == kLanes, "[%s] blocks %u x %u against %u x %u.",
               Member::kName, ad[0], ad[3], bd[0], bd[3]);
+    for (int d = 1; d <= 2; ++d) {
+      ZV_ASSERT(ad[d] == bd[d] || ad[d] == 1 || bd[d] == 1, "[%s] dim %d: %u against %u.", Member::kName, d,
+                ad[d], bd[d]);
+    }
     ZV_ASSERT(context != nullptr, "[%s] no context.", Member::kName);
     std::vector<runtime::TensorShape> shapes = GetOutputShapes({a->shape, b->shape});
     std::shared_ptr<runtime::Tensor> output;
@@ -206,6 +207,16 @@ class ChannelMulKernel : public runtime::IKernel {
   const BroadcastOperatorParam& param() const { return param_; }
 
  private:
+  static bool TwoBlockedFloats(const runtime::TensorList& tensors) {
+    if (tensors.size() != 2) return false;
+    for (const auto& t : tensors) {
+      if (t == nullptr || t->shape.data_type != runtime::DataType::FLOAT32 || t->shape.layout != kLayout ||
+          t->shape.dims.size() != 4)
+        return false;
+    }
+    return true;
+  }
+
   BroadcastOperatorParam param_;
 };
 
