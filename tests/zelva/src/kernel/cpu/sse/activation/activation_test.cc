@@ -353,6 +353,11 @@ TEST_P(ActivationFamilyTest, SupportConfigAndChecks) {
   EXPECT_THROW(kernel->Forward({}, outputs, context_), std::runtime_error);
 }
 
+// Parameters print as their member's name.
+void PrintTo(const Member& m, std::ostream* os) {
+  *os << m.name;
+}
+
 std::string MemberName(const ::testing::TestParamInfo<Member>& info) {
   return info.param.name;
 }

@@ -234,6 +234,11 @@ std::vector<Member> SameShapeMembers() {
   return list;
 }
 
+// Parameters print as their member's name.
+void PrintTo(const Member& m, std::ostream* os) {
+  *os << m.name;
+}
+
 std::string MemberName(const ::testing::TestParamInfo<Member>& info) {
   return info.param.name;
 }
