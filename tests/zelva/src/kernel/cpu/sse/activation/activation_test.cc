@@ -452,6 +452,7 @@ TEST(ActivationRegistrationTest, EveryMemberIsRegisteredUnderItsName) {
   KernelRegistry registry;
   RegisterSSEKernels(registry);
   RegisterAVXKernels(registry);
+  RegisterFallbackKernels(registry);
   for (const Member& m : Members()) {
     auto kernel = LookupKernel(registry, m.name);
     ASSERT_NE(kernel, nullptr) << m.name;
