@@ -29,7 +29,7 @@ status=0
 for target in $targets; do
   corpus="$build/corpus/$target"
   mkdir -p "$corpus"
-  find tests/data/models tests/data/bad -type f ! -name MANIFEST -exec cp -n {} "$corpus/" \;
+  find tests/data/models tests/data/bad tests/data/regressions -type f ! -name MANIFEST -exec cp -n {} "$corpus/" \;
   dict=()
   case $target in *_json) dict=(-dict=fuzz/json.dict) ;; esac
   echo "== $target for ${seconds}s"

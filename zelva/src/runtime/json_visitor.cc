@@ -366,57 +366,6 @@ std::string ReadJsonFile2String(const std::string& path) {
   return text;
 }
 
-void ZeroExponentsOfZeroNumbers(char* text, size_t length) {
-  char* p = text;
-  char* const end = text + length;
-  auto digit = [](char c) { return c >= '0' && c <= '9'; };
-  while (p < end) {
-    const char c = *p;
-    if (c == '"') {  // skip the string: find its closing quote, one not escaped by an odd run of backslashes
-      char* q = p + 1;
-      for (;;) {
-        q = static_cast<char*>(std::memchr(q, '"', static_cast<size_t>(end - q)));
-        if (q == nullptr) return;
-        size_t backslashes = 0;
-        while (q - backslashes > p + 1 && q[-1 - static_cast<ptrdiff_t>(backslashes)] == '\\') ++backslashes;
-        if (backslashes % 2 == 0) break;
-        ++q;
-      }
-      p = q + 1;
-    } else if (digit(c) || c == '-') {
-      bool zero = true, point = false;
-      long magnitude = 0;  // decimal position of the first non-zero digit: 3 for 123.4, -2 for 0.001
-      char* q = p + (c == '-' ? 1 : 0);
-      for (; q < end && (digit(*q) || *q == '.'); ++q) {
-        if (*q == '.') {
-          point = true;
-        } else if (*q != '0' && zero) {
-          zero = false;
-          if (point) ++magnitude;  // counted the zeros after the point as negative positions
-        }
-        if (digit(*q) && !point && !zero) ++magnitude;
-        if (*q == '0' && point && zero) --magnitude;
-      }
-      if (q < end && (*q == 'e' || *q == 'E')) {
-        char* const e = q++;
-        bool negative = false;
-        if (q < end && (*q == '+' || *q == '-')) negative = *q++ == '-';
-        long exponent = 0;
-        for (; q < end && digit(*q); ++q) {
-          if (exponent < 100000) exponent = exponent * 10 + (*q - '0');
-          if (zero) *q = '0';
-        }
-        // Far beyond the largest double: the exact parser reads outside its tables here instead of refusing.
-        // Spoil the number so that the text is refused as no JSON.
-        if (!zero && !negative && magnitude + exponent > 310) *e = 'x';
-      }
-      p = q > p ? q : p + 1;
-    } else {
-      ++p;
-    }
-  }
-}
-
 std::stringstream ReadJsonFile2StrStream(const std::string& path) {
   return std::stringstream(ReadJsonFile2String(path));
 }

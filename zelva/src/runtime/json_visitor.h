@@ -104,16 +104,12 @@ std::stringstream ReadJsonFile2StrStream(const std::string& path);
 // The same as a plain string, without the stream's copies (large models carry megabytes of Base64 text).
 std::string ReadJsonFile2String(const std::string& path);
 
-// Rewrites, in place and outside strings, the exponent digits of every number whose digits before the
-// exponent are all zeros ("0e304" becomes "0e000"): the value stays zero, and the exact-number parser never
-// meets a zero significand with a large exponent, which it turns into garbage ("0e304" read as 1.3e95).
-// A number far above the largest double ("111...1e308" with many digits) has its 'e' spoilt instead, so that
-// the text is refused: the parser would read past its power table and return garbage.
-void ZeroExponentsOfZeroNumbers(char* text, size_t length);
-
-// Parse flags used for every model and configuration text: numbers are converted exactly (a double written
-// by the setter reads back bit for bit), and NaN and Infinity literals are accepted.
-constexpr unsigned kJsonParseFlags = rapidjson::kParseFullPrecisionFlag | rapidjson::kParseNanAndInfFlag;
+// Parse flags used for every model and configuration text: NaN and Infinity literals are accepted. Numbers
+// take the parser's normal-precision path (within 3 ULP of a double): every value the files hold is a float
+// or a half widened to double, which that path reads back to the same float. The installed parser's
+// exact-number path is not used: it misreads zero significands with large exponents and overruns its power
+// table on long mantissas.
+constexpr unsigned kJsonParseFlags = rapidjson::kParseNanAndInfFlag;
 
 }  // namespace runtime
 }  // namespace zelva

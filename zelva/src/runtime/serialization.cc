@@ -75,7 +75,6 @@ void WriteBinary(Serializable& object, const std::string& path, const std::strin
 void Serializable::FromFile(const std::string& path, const std::string& type) {
   if (type == "json") {
     std::string text = ReadJsonFile2String(path);
-    ZeroExponentsOfZeroNumbers(&text[0], text.size());
     rapidjson::Document document;
     document.ParseInsitu<kJsonParseFlags>(&text[0]);  // strings stay in `text`: no second copy of the weights
     VisitJsonDocument(*this, document);
@@ -108,10 +107,8 @@ void Serializable::FromBin(const std::string& path, const std::string& precision
 }
 
 void Serializable::FromJsonString(const std::string& text) {
-  std::string copy = text;
-  ZeroExponentsOfZeroNumbers(&copy[0], copy.size());
   rapidjson::Document document;
-  document.Parse<kJsonParseFlags>(copy.c_str(), copy.size());
+  document.Parse<kJsonParseFlags>(text.c_str(), text.size());
   VisitJsonDocument(*this, document);
 }
 
