@@ -133,11 +133,9 @@ void KernelCfg::VisitAttr(std::shared_ptr<Visitor>& visitor) {
   Serializable::VisitAttr(visitor);
   visitor->Visit(kernel_type, "kernel_type");
   visitor->Visit(infer_param_type, "infer_param_type");
-  // The parameters follow the type the walk just met. A kernel entry visited twice (a repeated id) may name
-  // another class the second time: the object is made anew, so the bytes that follow are read as that class.
-  if (infer_param == nullptr || infer_param->GetTypeName() != infer_param_type) {
-    infer_param = CreateInferenceParam(infer_param_type);
-  }
+  // An existing parameter is kept, whatever the type string says: a kernel entry that a file lists twice
+  // under one id is read into the same object both times.
+  if (infer_param == nullptr) infer_param = CreateInferenceParam(infer_param_type);
   if (infer_param != nullptr) visitor->Visit(*infer_param, "infer_param");
 }
 
