@@ -2,6 +2,7 @@
 // is included here and expanded with ZV_REGISTER_MEMBER; members of other groups in a list are skipped.
 #include "zelva/src/kernel/cpu/fallback/batchnorm/members.h"
 #include "zelva/src/kernel/cpu/fallback/conv2d/members.h"
+#include "zelva/src/kernel/cpu/fallback/elementwise/members.h"
 #include "zelva/src/kernel/cpu/fallback/input/members.h"
 #include "zelva/src/kernel/cpu/fallback/transform/members.h"
 #include "zelva/src/kernel/registry/registry.h"
@@ -15,6 +16,7 @@ void RegisterFallbackKernels(KernelRegistry& registry) {
   ZV_FALLBACK_BATCHNORM_MEMBERS(ZV_REGISTER_MEMBER)
   ZV_FALLBACK_TRANSFORM_MEMBERS(ZV_REGISTER_MEMBER)
   ZV_FALLBACK_CONV2D_MEMBERS(ZV_REGISTER_MEMBER)
+  ZV_FALLBACK_ELEMENTWISE_MEMBERS(ZV_REGISTER_MEMBER)
 }
 
 }  // namespace kernel

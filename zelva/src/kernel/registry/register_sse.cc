@@ -4,6 +4,8 @@
 #include "zelva/src/kernel/cpu/sse/rnn/members.h"
 #include "zelva/src/kernel/cpu/sse/conv2d/members.h"
 #include "zelva/src/kernel/cpu/sse/depthwise/members.h"
+#include "zelva/src/kernel/cpu/sse/activation/members.h"
+#include "zelva/src/kernel/cpu/sse/elementwise/members.h"
 #include "zelva/src/kernel/registry/registry.h"
 
 namespace zelva {
@@ -17,6 +19,8 @@ void RegisterSSEKernels(KernelRegistry& registry) {
   ZV_SSE_RNN_MEMBERS(ZV_REGISTER_MEMBER)
   ZV_SSE_CONV2D_MEMBERS(ZV_REGISTER_MEMBER)
   ZV_SSE_DEPTHWISE_MEMBERS(ZV_REGISTER_MEMBER)
+  ZV_SSE_ELEMENTWISE_MEMBERS(ZV_REGISTER_MEMBER)
+  ZV_SSE_ACTIVATION_MEMBERS(ZV_REGISTER_MEMBER)
 }
 
 }  // namespace kernel
