@@ -51,8 +51,11 @@ class DenoiseNetwork : public ::testing::Test {
     ASSERT_EQ(expected_.size(), 60 * kOut);
   }
   void TearDown() override {
-    for (uint32_t& h : handles_)
-      if (h != 0) EXPECT_EQ(ZV2_Destory_AudioDenoise(&h), ZV2_RESULT_OK);
+    for (uint32_t& h : handles_) {
+      if (h != 0) {
+        EXPECT_EQ(ZV2_Destory_AudioDenoise(&h), ZV2_RESULT_OK);
+      }
+    }
   }
 
   uint32_t Create(bool fused) {
