@@ -16,6 +16,7 @@
 
 #include "support/model_builder.h"
 #include "zelva/src/kernel/cpu/avx/activation/members.h"
+#include "zelva/src/kernel/cpu/fallback/activation/members.h"
 #include "zelva/src/kernel/cpu/sse/activation/activation_reference.h"
 #include "zelva/src/kernel/cpu/sse/activation/members.h"
 #include "zelva/src/kernel/registry/registry.h"
@@ -41,8 +42,9 @@ struct Member {
   Member{#cls, &NewKernel<cls>, code, KernelGroup::group, placement == kInplace},
 
 const std::vector<Member>& Members() {
-  static const std::vector<Member> members = {ZV_SSE_ACTIVATION_MEMBERS(ZV_TEST_ACTIVATION_MEMBER)
-                                                  ZV_AVX_ACTIVATION_MEMBERS(ZV_TEST_ACTIVATION_MEMBER)};
+  static const std::vector<Member> members = {ZV_SSE_ACTIVATION_MEMBERS(
+      ZV_TEST_ACTIVATION_MEMBER) ZV_AVX_ACTIVATION_MEMBERS(ZV_TEST_ACTIVATION_MEMBER)
+                                                  ZV_FALLBACK_ACTIVATION_MEMBERS(ZV_TEST_ACTIVATION_MEMBER)};
   return members;
 }
 
@@ -450,6 +452,7 @@ TEST(ActivationRegistrationTest, EveryMemberIsRegisteredUnderItsName) {
   KernelRegistry registry;
   RegisterSSEKernels(registry);
   RegisterAVXKernels(registry);
+  RegisterFallbackKernels(registry);
   for (const Member& m : Members()) {
     auto kernel = LookupKernel(registry, m.name);
     ASSERT_NE(kernel, nullptr) << m.name;
