@@ -1,26 +1,37 @@
 #!/usr/bin/python3
-"""Builds the fused denoise network in PyTorch with random weights and writes the fixtures of its test.
+"""Builds the denoise network in PyTorch with random weights; writes the bundled model, its configuration and
+the fixtures of the tests.
 
-Outputs (under tests/data/ by default):
-  denoise_fused_model.json   the network as a JSON model file (layers "0" to "25"), weights as Base64 of
-                             little-endian float32 values that are exactly representable in half precision
-                             (each drawn value is narrowed to half by truncation toward zero, not rounding)
-  denoise_fused_input.f32    BLOCKS blocks of 1 x 7 x 80 float32 features, back to back
-  denoise_fused_output.f32   PyTorch's 80 outputs per block, streaming: the GRU state runs on from block to
-                             block, starting from zero
+Every drawn weight is narrowed to half precision by truncation toward zero (not rounding) before anything is
+computed, so the float32 weights PyTorch runs are exactly those the engine reads back from the binary model
+(which stores half precision and narrows by truncation): the binary model and a JSON twin with float32
+weights hold the same numbers.
+
+Outputs:
+  models/denoise.zvmod          the network as a binary model (layers "0" to "25"), written by
+                                `zvkit convert` from the JSON form (half precision)
+  models/denoise.cfg.json       the kernel configuration whose cpu_sse runs it on the generic path
+  models/denoise_blocks.f32     --stream-blocks blocks of 1 x 7 x 80 float32 features for `zvkit run`
+  tests/data/denoise_fused_input.f32    --blocks blocks of 1 x 7 x 80 float32 features, back to back
+  tests/data/denoise_fused_output.f32   PyTorch's 80 outputs per block, streaming: the GRU state runs on from
+                                        block to block, starting from zero
+  --json PATH additionally keeps the JSON model (float32 weights, same values).
 
 Layers: 0 input; 1 depthwise 3x3 (1 channel); 2, 4 pointwise 1 -> 16; 3 hard sigmoid; 5 ReLU; 6 product;
 7 depthwise 3x3 (16); 8, 10 pointwise 16 -> 16; 9 hard sigmoid; 11 ReLU; 12 product; 13 depthwise 3x3 (16);
 14, 16 pointwise 16 -> 1; 15 hard sigmoid; 17 ReLU; 18 product; 19 reshape to 1 x 74; 20, 21, 22 GRU 256;
 23 reshape to 256; 24 dense 256 -> 80; 25 ReLU (the output).
 
-Run with Debian's PyTorch: /usr/bin/python3 tools/gen_denoise_model.py [--out DIR] [--seed N] [--blocks N]
+Run with Debian's PyTorch, after building zvkit:
+  /usr/bin/python3 tools/gen_denoise_model.py [--zvkit build/zvkit] [--seed N] [--blocks N] [--json PATH]
 """
 
 import argparse
 import base64
 import json
 import os
+import subprocess
+import tempfile
 
 import numpy as np
 import torch
@@ -39,6 +50,10 @@ KIND_FULLCONNECTION = 17
 KIND_GRU = 38
 
 OP_MUL = 2
+
+# Activation codes of the model format.
+ACT_RELU = 2
+ACT_HSIGMOID = 7
 
 
 def truncate_to_half(values):
@@ -121,10 +136,9 @@ def conv(layer_id, inputs, module):
     return entry
 
 
-def activation(layer_id, inputs):
-    # The function of an activation layer is named by the kernel configuration; the code stays at its default.
+def activation(layer_id, inputs, code):
     entry = layer("ActivationInfo", KIND_ACTIVATION, layer_id, inputs)
-    entry.update({"activation_type": 0, "activation_alpha": 1.0, "activation_beta": 0.0, "num_parameters": 1,
+    entry.update({"activation_type": code, "activation_alpha": 1.0, "activation_beta": 0.0, "num_parameters": 1,
                   "weight": ""})
     return entry
 
@@ -162,22 +176,22 @@ def model_json(net):
     layers = [
         input_layer,
         conv("1", ["0"], net.c1),
-        conv("2", ["1"], net.c2), activation("3", ["2"]),
-        conv("4", ["1"], net.c4), activation("5", ["4"]),
+        conv("2", ["1"], net.c2), activation("3", ["2"], ACT_HSIGMOID),
+        conv("4", ["1"], net.c4), activation("5", ["4"], ACT_RELU),
         product("6", ["5", "3"]),
         conv("7", ["6"], net.c7),
-        conv("8", ["7"], net.c8), activation("9", ["8"]),
-        conv("10", ["7"], net.c10), activation("11", ["10"]),
+        conv("8", ["7"], net.c8), activation("9", ["8"], ACT_HSIGMOID),
+        conv("10", ["7"], net.c10), activation("11", ["10"], ACT_RELU),
         product("12", ["11", "9"]),
         conv("13", ["12"], net.c13),
-        conv("14", ["13"], net.c14), activation("15", ["14"]),
-        conv("16", ["13"], net.c16), activation("17", ["16"]),
+        conv("14", ["13"], net.c14), activation("15", ["14"], ACT_HSIGMOID),
+        conv("16", ["13"], net.c16), activation("17", ["16"], ACT_RELU),
         product("18", ["17", "15"]),
         reshape("19", ["18"], [1, 1, 74]),
         gru("20", ["19"], net.g20), gru("21", ["20"], net.g21), gru("22", ["21"], net.g22),
         reshape("23", ["22"], [1, 256]),
         dense,
-        activation("25", ["24"]),
+        activation("25", ["24"], ACT_RELU),
     ]
     root = {
         "serialization_protocol_version": PROTOCOL_VERSION,
@@ -188,7 +202,7 @@ def model_json(net):
             "model_base_w": 80, "fmlas": 0,
             "time": {"serializable_type": "TimeInfo", "year": 0, "moon": 0, "day": 0, "hour": 0, "min": 0,
                      "sec": 0},
-            "device": "", "summary": "fused denoise network, random weights",
+            "device": "", "summary": "denoise network, random weights (half precision)",
         },
         "squential_ids": [entry["id"] for entry in layers],
         "squential_types": [entry["type"] for entry in layers],
@@ -198,31 +212,109 @@ def model_json(net):
     return root
 
 
-def main():
-    here = os.path.dirname(os.path.abspath(__file__))
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--out", default=os.path.join(here, "..", "tests", "data"))
-    parser.add_argument("--seed", type=int, default=20018)
-    parser.add_argument("--blocks", type=int, default=6)
-    args = parser.parse_args()
+# The kernel of every layer on the generic path (configuration member cpu_sse). All of them work on planar
+# (CHW) maps, so no layout converter is needed: the reshapes hand the GRUs a sequence and the dense layer a
+# vector.
+KERNELS = {
+    "0": "Input_Fallback_M1",
+    "1": "Depthwise_Conv2D_K3x3_S1x1_D1x1_SSE_CHW_FLOAT_M1",
+    "2": "Conv2d_K1x1_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1",
+    "3": "HSigmoid_SSE_Float_M1",
+    "4": "Conv2d_K1x1_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1",
+    "5": "ReLU_SSE_Float_M1",
+    "6": "Elementwise_Mul_SSE_Float_M1",
+    "7": "Depthwise_Conv2D_K3x3_S1x1_D1x1_SSE_CHW_FLOAT_M1",
+    "8": "Conv2d_K1x1_S1x1_D1x1_G1_SGEMM_CHW_FLOAT_M1",
+    "9": "HSigmoid_SSE_Float_M1",
+    "10": "Conv2d_K1x1_S1x1_D1x1_G1_SGEMM_CHW_FLOAT_M1",
+    "11": "ReLU_SSE_Float_M1",
+    "12": "Elementwise_Mul_SSE_Float_M1",
+    "13": "Depthwise_Conv2D_K3x3_S1x1_D1x1_SSE_CHW_FLOAT_M1",
+    "14": "Conv2d_K1x1_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1",
+    "15": "HSigmoid_SSE_Float_M1",
+    "16": "Conv2d_K1x1_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1",
+    "17": "ReLU_SSE_Float_M1",
+    "18": "Elementwise_Mul_SSE_Float_M1",
+    "19": "Reshape_Fallback_To_SC_M1",
+    "20": "GRU_SSE_SC_F32_M1",
+    "21": "GRU_SSE_SC_F32_M1",
+    "22": "GRU_SSE_SC_F32_M1",
+    "23": "Reshape_Fallback_To_C_M1",
+    "24": "FullConnection_SSE_C_Float_M1",
+    "25": "ReLU_SSE_Float_M1",
+}
 
-    rng = np.random.default_rng(args.seed)
-    torch.manual_seed(args.seed)
-    net = DenoiseNet().eval()
-    randomize(net, rng)
 
-    inputs = rng.uniform(-1.5, 1.5, size=(args.blocks, 7, 80)).astype(np.float32)
-    outputs = np.zeros((args.blocks, 80), dtype=np.float32)
+def kernel_cfg(name):
+    return {"serializable_type": "KernelCfg", "kernel_type": name, "infer_param_type": ""}
+
+
+def config_json(layer_ids):
+    cfg = {"serializable_type": "ZVModelCfg", "summary": "denoise network, generic path",
+           "squential_ids": list(layer_ids)}
+    for layer_id in layer_ids:
+        cfg[layer_id] = {
+            "serializable_type": "LayerCfg", "summary": "",
+            "input_converters": {"serializable_type": "KernelCfgArr", "kernel_ids": []},
+            "kernel": kernel_cfg(KERNELS[layer_id]),
+            "output_converters": {"serializable_type": "KernelCfgArr", "kernel_ids": []},
+        }
+    return {"serialization_protocol_version": PROTOCOL_VERSION, "serializable_type": "ZVModelMultiBackendCfgs",
+            "cpu_sse": cfg}
+
+
+def stream(net, inputs):
+    """PyTorch's outputs for the blocks in order, the GRU state carried from block to block from zero."""
+    outputs = np.zeros((inputs.shape[0], 80), dtype=np.float32)
     with torch.no_grad():
         h = tuple(torch.zeros(1, 1, 256) for _ in range(3))
-        for b in range(args.blocks):
+        for b in range(inputs.shape[0]):
             y, h = net(torch.from_numpy(inputs[b]).reshape(1, 1, 7, 80), h)
             outputs[b] = y.numpy()
+    return outputs
 
+
+def build_net(seed):
+    """The network with the committed weights (same seed, same draws)."""
+    rng = np.random.default_rng(seed)
+    torch.manual_seed(seed)
+    net = DenoiseNet().eval()
+    randomize(net, rng)
+    return net, rng
+
+
+def main():
+    here = os.path.dirname(os.path.abspath(__file__))
+    root = os.path.join(here, "..")
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--models", default=os.path.join(root, "models"))
+    parser.add_argument("--out", default=os.path.join(root, "tests", "data"))
+    parser.add_argument("--zvkit", default=os.path.join(root, "build", "zvkit"))
+    parser.add_argument("--json", default="", help="also keep the JSON model (float32 weights) here")
+    parser.add_argument("--seed", type=int, default=20018)
+    parser.add_argument("--blocks", type=int, default=60)
+    parser.add_argument("--stream-blocks", type=int, default=200)
+    args = parser.parse_args()
+
+    net, rng = build_net(args.seed)
+    inputs = rng.uniform(-1.5, 1.5, size=(args.blocks, 7, 80)).astype(np.float32)
+    outputs = stream(net, inputs)
+    stream_inputs = rng.uniform(-1.5, 1.5, size=(args.stream_blocks, 7, 80)).astype(np.float32)
+
+    model = model_json(net)
+    os.makedirs(args.models, exist_ok=True)
     os.makedirs(args.out, exist_ok=True)
-    with open(os.path.join(args.out, "denoise_fused_model.json"), "w") as f:
-        json.dump(model_json(net), f, indent=1)
+    with tempfile.TemporaryDirectory() as tmp:
+        json_path = args.json or os.path.join(tmp, "denoise.json")
+        with open(json_path, "w") as f:
+            json.dump(model, f, indent=1)
+            f.write("\n")
+        subprocess.run([args.zvkit, "convert", json_path, os.path.join(args.models, "denoise.zvmod"),
+                        "--precision", "fp16"], check=True)
+    with open(os.path.join(args.models, "denoise.cfg.json"), "w") as f:
+        json.dump(config_json(model["squential_ids"]), f, indent=1)
         f.write("\n")
+    stream_inputs.astype("<f4").tofile(os.path.join(args.models, "denoise_blocks.f32"))
     inputs.astype("<f4").tofile(os.path.join(args.out, "denoise_fused_input.f32"))
     outputs.astype("<f4").tofile(os.path.join(args.out, "denoise_fused_output.f32"))
     nonzero = int((outputs > 0).sum())

@@ -155,6 +155,15 @@ std::string Joined(const std::vector<std::string>& items) {
 
 }  // namespace
 
+uint64_t ModelWeightFloats(zelva::runtime::ZVModelInfo& model) {
+  uint64_t total = 0;
+  for (const auto& entry : model.layers()) {
+    std::string params, weights;
+    FieldLister::List(*entry.second, &params, &weights, &total);
+  }
+  return total;
+}
+
 int CmdInfo(const std::vector<std::string>& args) {
   std::string path, precision = "fp16";
   for (size_t i = 0; i < args.size(); ++i) {

@@ -2,6 +2,7 @@
 // a host does. Only the block sizes come from the internal library (the C API does not tell them).
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -24,7 +25,7 @@ constexpr size_t kFusedInputFloats = 7 * 80;
 constexpr size_t kFusedOutputFloats = 80;
 
 struct RunOptions {
-  std::string model, config, input, output;
+  std::string model, config, input, output, compare;
   std::string engine = "denoise";
   bool fused = false;
   long reset_every = 0;
@@ -51,6 +52,8 @@ bool ParseRunOptions(const std::vector<std::string>& args, RunOptions* o, std::s
       if (!value(&o->input)) return false;
     } else if (a == "--output") {
       if (!value(&o->output)) return false;
+    } else if (a == "--compare") {
+      if (!value(&o->compare)) return false;
     } else if (a == "--engine") {
       if (!value(&o->engine)) return false;
       if (o->engine != "denoise" && o->engine != "vad") {
@@ -136,8 +139,8 @@ bool BlockSizes(const std::string& model_path, const std::string& config_path, b
       const std::string& id = model->squential_ids[i];
       if (net->layers[i]->name == "Input" && inputs.empty()) {
         std::shared_ptr<Tensor> t;
-        context->GetDeviceCPU()->WrapPlanar(t, {1, model->extra_info.model_base_h, model->extra_info.model_base_w},
-                                            zeros.data());
+        context->GetDeviceCPU()->WrapPlanar(
+            t, {1, model->extra_info.model_base_h, model->extra_info.model_base_w}, zeros.data());
         inputs[static_cast<uint32_t>(i)] = t;
       }
       for (const auto& out : model->squential_output_ids)
@@ -197,10 +200,11 @@ int CmdRun(const std::vector<std::string>& args) {
   }
   const size_t blocks = input.size() / in_floats;
 
-  const Engine engine = o.engine == "vad" ? Engine{ZV2_Create_VAD, ZV2_Apply_VAD_CPU, ZV2_ReSet_VAD_RNN_State_CPU,
-                                                   ZV2_Destory_VAD}
-                                          : Engine{ZV2_Create_AudioDenoise, ZV2_Apply_AudioDenoise_CPU,
-                                                   ZV2_ReSet_AudioDenoise_RNN_State_CPU, ZV2_Destory_AudioDenoise};
+  const Engine engine =
+      o.engine == "vad"
+          ? Engine{ZV2_Create_VAD, ZV2_Apply_VAD_CPU, ZV2_ReSet_VAD_RNN_State_CPU, ZV2_Destory_VAD}
+          : Engine{ZV2_Create_AudioDenoise, ZV2_Apply_AudioDenoise_CPU, ZV2_ReSet_AudioDenoise_RNN_State_CPU,
+                   ZV2_Destory_AudioDenoise};
   ZV2_SetLogCallback(&ErrorsToStderr);
   ZV2_SetLogLevel(ZV2_LOG_WARNNING | ZV2_LOG_ERROR);
   const char* argv[] = {o.model.c_str(), o.config.c_str(), "1"};
@@ -247,6 +251,26 @@ int CmdRun(const std::vector<std::string>& args) {
   std::printf("%s%s: %zu blocks of %zu floats in, %zu out; mean %.1f us, p99 %.1f us per block\n",
               o.engine.c_str(), o.fused ? " (fused)" : "", blocks, in_floats, out_floats,
               blocks ? total / static_cast<double>(blocks) : 0.0, p99);
+  if (!o.compare.empty()) {
+    // The largest difference from another run's outputs (e.g. the other path of the same network).
+    std::vector<float> other;
+    if (!ReadFloats(o.compare, &other) || other.size() != output.size()) {
+      std::fprintf(stderr, "zvkit run: %s does not hold %zu floats\n", o.compare.c_str(), output.size());
+      return 1;
+    }
+    double largest = 0.0;
+    size_t where = 0;
+    for (size_t i = 0; i < output.size(); ++i) {
+      const double d = std::fabs(static_cast<double>(output[i]) - static_cast<double>(other[i]));
+      if (d > largest || d != d) {
+        largest = d;
+        where = i;
+        if (d != d) break;
+      }
+    }
+    std::printf("largest difference from %s: %.3g (block %zu, value %zu)\n", o.compare.c_str(), largest,
+                out_floats ? where / out_floats : 0, out_floats ? where % out_floats : 0);
+  }
   return 0;
 }
 

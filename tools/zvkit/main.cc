@@ -34,13 +34,14 @@ const std::vector<Command>& Commands() {
        &CmdConvert},
       {"run", "stream a raw float32 file through an engine, block by block, through the public C API",
        "usage: zvkit run --model M --config C --input frames.f32 [--output out.f32]\n"
-       "                 [--engine denoise|vad] [--fused] [--reset-every N] [--quiet]\n"
+       "                 [--engine denoise|vad] [--fused] [--reset-every N] [--quiet] [--compare other.f32]\n"
        "\n"
        "Creates an engine (denoise by default) from M and C, cuts the input file into blocks of the model's\n"
        "input size (model_base_h x model_base_w floats; 7 x 80 with --fused) and applies them in order,\n"
        "writing the outputs one after the other to --output. --fused selects the hand-fused denoise path\n"
        "(argv[2] = \"1\"). --reset-every N resets the recurrent state before every N-th block. Prints a\n"
-       "progress line every 1000 blocks and a summary: blocks, mean and p99 time per block.\n",
+       "progress line every 1000 blocks and a summary: blocks, mean and p99 time per block. --compare reads\n"
+       "the outputs of another run (e.g. the other path) and prints the largest difference from them.\n",
        &CmdRun},
       {"kernels", "list the registered kernel names by registration group",
        "usage: zvkit kernels\n"
@@ -49,6 +50,16 @@ const std::vector<Command>& Commands() {
        "alphabetical order within a group, and the number of distinct names. A configuration file names\n"
        "kernels by exactly these names.\n",
        &CmdKernels},
+      {"bench", "time a denoise engine per block against streaming its weight bytes once",
+       "usage: zvkit bench --model M --config C [--fused] [--blocks N] [--warmup N] [--input blocks.f32]\n"
+       "\n"
+       "Creates a denoise engine from M and C through the public C API (--fused: the hand-fused path),\n"
+       "streams blocks through it with the recurrent state carried, and after a warm-up (default a tenth of\n"
+       "the blocks, at least 50) times N blocks (default 2000) one by one: mean, median and p99 per block.\n"
+       "Then the same figures for copying the engine's weight bytes once with memcpy (fused: the network's\n"
+       "4,364,960-byte block; generic: the model's weights as float32), and the ratio of the two.\n"
+       "Blocks come from --input (raw float32, whole blocks) or from a fixed pseudo-random sequence.\n",
+       &CmdBench},
   };
   return commands;
 }

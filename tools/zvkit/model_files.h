@@ -33,4 +33,7 @@ std::string Load(zelva::runtime::Serializable& object, const std::string& path, 
 std::string Save(zelva::runtime::Serializable& object, const std::string& path, FileForm form,
                  const std::string& precision);
 
+// Floats in all weight fields of the model's layers (what `zvkit info` totals).
+uint64_t ModelWeightFloats(zelva::runtime::ZVModelInfo& model);
+
 }  // namespace zvkit

@@ -76,8 +76,8 @@ std::shared_ptr<ZVModelInfo> MakeModel(
   return model;
 }
 
-// The fixtures of tools/gen_denoise_model.py: the network with random weights, input blocks and the outputs
-// PyTorch gave for them streaming from a zero state.
+// The fixtures of tools/gen_denoise_model.py: the bundled network (random weights, half precision), input
+// blocks and the outputs PyTorch gave for them streaming from a zero state.
 Floats ReadFloats(const std::string& path) {
   Floats values;
   FILE* file = std::fopen(path.c_str(), "rb");
@@ -90,7 +90,7 @@ Floats ReadFloats(const std::string& path) {
 
 std::shared_ptr<ZVModelInfo> FixtureModel() {
   auto model = std::make_shared<ZVModelInfo>();
-  model->FromFile(std::string(ZELVA_TEST_DATA_DIR) + "/denoise_fused_model.json", "json");
+  model->FromFile(std::string(ZELVA_TEST_DATA_DIR) + "/../../models/denoise.zvmod", "bin");
   return model;
 }
 
