@@ -5,6 +5,8 @@
 #   bash scripts/fuzz.sh                       every target, FUZZ_SECONDS (default 60) each
 #   FUZZ_SECONDS=900 FUZZ_TARGETS="fuzz_model_json fuzz_cfg_bin" bash scripts/fuzz.sh
 #   FUZZ_NO_BUILD=1 ...                        run what is already built
+#   FUZZ_RUNS=100000 ...                       a fixed number of inputs from a fixed seed instead of a time:
+#                                              the same inputs on every run (what CI uses)
 # Seeds: the committed fixtures (tests/data/models, tests/data/bad); the growing corpus stays in
 # build-fuzz/corpus/<target> between runs.
 set -euo pipefail
@@ -32,8 +34,10 @@ for target in $targets; do
   find tests/data/models tests/data/bad tests/data/regressions -type f ! -name MANIFEST -exec cp -n {} "$corpus/" \;
   dict=()
   case $target in *_json) dict=(-dict=fuzz/json.dict) ;; esac
-  echo "== $target for ${seconds}s"
-  if ! "$build/fuzz/$target" "$corpus" "${dict[@]}" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
+  echo "== $target for ${FUZZ_RUNS:+$FUZZ_RUNS inputs}${FUZZ_RUNS:-${seconds}s}"
+  budget=(-max_total_time="$seconds")
+  [ -n "${FUZZ_RUNS:-}" ] && budget=(-runs="$FUZZ_RUNS" -seed=1)
+  if ! "$build/fuzz/$target" "$corpus" "${dict[@]}" "${budget[@]}" -timeout=10 -rss_limit_mb=2048 \
       -max_len=65536 -print_final_stats=1 -artifact_prefix="fuzz-findings/$target-" \
       >"fuzz-findings/$target.log" 2>&1; then
     echo "!! $target failed; see fuzz-findings/$target.log"
