@@ -34,7 +34,7 @@ for target in $targets; do
   find tests/data/models tests/data/bad tests/data/regressions -type f ! -name MANIFEST -exec cp -n {} "$corpus/" \;
   dict=()
   case $target in *_json) dict=(-dict=fuzz/json.dict) ;; esac
-  echo "== $target for ${FUZZ_RUNS:+$FUZZ_RUNS inputs}${FUZZ_RUNS:-${seconds}s}"
+  if [ -n "${FUZZ_RUNS:-}" ]; then echo "== $target for $FUZZ_RUNS inputs"; else echo "== $target for ${seconds}s"; fi
   budget=(-max_total_time="$seconds")
   [ -n "${FUZZ_RUNS:-}" ] && budget=(-runs="$FUZZ_RUNS" -seed=1)
   if ! "$build/fuzz/$target" "$corpus" "${dict[@]}" "${budget[@]}" -timeout=10 -rss_limit_mb=2048 \
