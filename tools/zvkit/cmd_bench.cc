@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/zvkit/host_io.h"
 #include "tools/zvkit/model_files.h"
 #include "tools/zvkit/zvkit.h"
 #include "zv2.h"
@@ -75,21 +76,6 @@ bool ParseBenchOptions(const std::vector<std::string>& args, BenchOptions* o, st
   return true;
 }
 
-struct Summary {
-  double mean = 0, median = 0, p99 = 0;
-};
-
-Summary Summarise(std::vector<double> micros) {
-  Summary s;
-  if (micros.empty()) return s;
-  for (double m : micros) s.mean += m;
-  s.mean /= static_cast<double>(micros.size());
-  std::sort(micros.begin(), micros.end());
-  s.median = micros[micros.size() / 2];
-  s.p99 = micros[std::min(micros.size() - 1, micros.size() * 99 / 100)];
-  return s;
-}
-
 // Times `rounds` copies of `bytes` bytes from one buffer to another (after `warmup` untimed ones).
 std::vector<double> TimeStream(uint64_t bytes, int warmup, int rounds) {
   std::vector<unsigned char> src(bytes), dst(bytes);
@@ -104,11 +90,6 @@ std::vector<double> TimeStream(uint64_t bytes, int warmup, int rounds) {
     if (r >= warmup) micros.push_back(std::chrono::duration<double, std::micro>(t1 - t0).count());
   }
   return micros;
-}
-
-int32_t ErrorsToStderr(const char* line) {
-  std::fprintf(stderr, "%s\n", line);
-  return 0;
 }
 
 }  // namespace
@@ -144,10 +125,7 @@ int CmdBench(const std::vector<std::string>& args) {
   // Input blocks: the file's, or 64 blocks of a fixed pseudo-random sequence in [-1.5, 1.5).
   std::vector<float> input;
   if (!o.input.empty()) {
-    std::FILE* f = std::fopen(o.input.c_str(), "rb");
-    float v;
-    while (f != nullptr && std::fread(&v, sizeof(v), 1, f) == 1) input.push_back(v);
-    if (f != nullptr) std::fclose(f);
+    ReadFloats(o.input, &input);
     if (input.empty() || input.size() % in_floats != 0) {
       std::fprintf(stderr, "zvkit bench: %s does not hold whole %zu-float blocks\n", o.input.c_str(),
                    in_floats);
@@ -163,8 +141,7 @@ int CmdBench(const std::vector<std::string>& args) {
   }
   const size_t input_blocks = input.size() / in_floats;
 
-  ZV2_SetLogCallback(&ErrorsToStderr);
-  ZV2_SetLogLevel(ZV2_LOG_WARNNING | ZV2_LOG_ERROR);
+  LogProblemsToStderr();
   const char* argv[] = {o.model.c_str(), o.config.c_str(), "1"};
   uint32_t handle = 0;
   if (ZV2_Create_AudioDenoise(&handle, o.fused ? 3 : 2, argv) != ZV2_RESULT_OK) {
@@ -190,8 +167,9 @@ int CmdBench(const std::vector<std::string>& args) {
   }
   ZV2_Destory_AudioDenoise(&handle);
 
-  const Summary engine = Summarise(micros);
-  const Summary stream = Summarise(TimeStream(weight_bytes, 5, static_cast<int>(std::min(200L, o.blocks))));
+  const TimeSummary engine = Summarise(micros);
+  const TimeSummary stream =
+      Summarise(TimeStream(weight_bytes, 5, static_cast<int>(std::min(200L, o.blocks))));
   std::printf(
       "denoise%s: %ld blocks after %ld warm-up, per block: mean %.1f us, median %.1f us, p99 %.1f us\n",
       o.fused ? " (fused)" : " (generic)", o.blocks, o.warmup, engine.mean, engine.median, engine.p99);

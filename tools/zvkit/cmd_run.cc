@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/zvkit/host_io.h"
 #include "tools/zvkit/zvkit.h"
 #include "zelva/src/kernel/registry/registry.h"
 #include "zelva/src/runtime/net_constructor.h"
@@ -87,18 +88,6 @@ bool ParseRunOptions(const std::vector<std::string>& args, RunOptions* o, std::s
   return true;
 }
 
-bool ReadFloats(const std::string& path, std::vector<float>* data) {
-  std::FILE* f = std::fopen(path.c_str(), "rb");
-  if (f == nullptr) return false;
-  std::fseek(f, 0, SEEK_END);
-  const long bytes = std::ftell(f);
-  std::fseek(f, 0, SEEK_SET);
-  data->resize(bytes > 0 ? static_cast<size_t>(bytes) / sizeof(float) : 0);
-  const size_t got = data->empty() ? 0 : std::fread(data->data(), sizeof(float), data->size(), f);
-  std::fclose(f);
-  return got == data->size();
-}
-
 }  // namespace
 
 bool BlockSizes(const std::string& model_path, const std::string& config_path, bool fused, size_t* in_floats,
@@ -169,11 +158,6 @@ struct Engine {
   _ZV2_Result (*destroy)(uint32_t*);
 };
 
-int32_t ErrorsToStderr(const char* line) {
-  std::fprintf(stderr, "%s\n", line);
-  return 0;
-}
-
 }  // namespace
 
 int CmdRun(const std::vector<std::string>& args) {
@@ -205,8 +189,7 @@ int CmdRun(const std::vector<std::string>& args) {
           ? Engine{ZV2_Create_VAD, ZV2_Apply_VAD_CPU, ZV2_ReSet_VAD_RNN_State_CPU, ZV2_Destory_VAD}
           : Engine{ZV2_Create_AudioDenoise, ZV2_Apply_AudioDenoise_CPU, ZV2_ReSet_AudioDenoise_RNN_State_CPU,
                    ZV2_Destory_AudioDenoise};
-  ZV2_SetLogCallback(&ErrorsToStderr);
-  ZV2_SetLogLevel(ZV2_LOG_WARNNING | ZV2_LOG_ERROR);
+  LogProblemsToStderr();
   const char* argv[] = {o.model.c_str(), o.config.c_str(), "1"};
   uint32_t handle = 0;
   if (engine.create(&handle, o.fused ? 3 : 2, argv) != ZV2_RESULT_OK) {
@@ -243,14 +226,10 @@ int CmdRun(const std::vector<std::string>& args) {
     }
     std::fclose(f);
   }
-  double total = 0;
-  for (double m : micros) total += m;
-  std::vector<double> sorted = micros;
-  std::sort(sorted.begin(), sorted.end());
-  const double p99 = sorted.empty() ? 0.0 : sorted[std::min(sorted.size() - 1, (sorted.size() * 99) / 100)];
+  const TimeSummary times = Summarise(micros);
   std::printf("%s%s: %zu blocks of %zu floats in, %zu out; mean %.1f us, p99 %.1f us per block\n",
-              o.engine.c_str(), o.fused ? " (fused)" : "", blocks, in_floats, out_floats,
-              blocks ? total / static_cast<double>(blocks) : 0.0, p99);
+              o.engine.c_str(), o.fused ? " (fused)" : "", blocks, in_floats, out_floats, times.mean,
+              times.p99);
   if (!o.compare.empty()) {
     // The largest difference from another run's outputs (e.g. the other path of the same network).
     std::vector<float> other;
