@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "zelva/src/kernel/cpu/avx/activation/members.h"
-#include "zelva/src/kernel/cpu/kernel_group.h"
+#include "zelva/src/kernel/frame/member.h"
 #include "zelva/src/kernel/cpu/sse/activation/members.h"
 #include "zelva/src/runtime/context.h"
 #include "zelva/src/runtime/half.h"

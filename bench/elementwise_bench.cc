@@ -12,7 +12,7 @@
 
 #include "zelva/src/kernel/cpu/avx/elementwise/members.h"
 #include "zelva/src/kernel/cpu/fallback/elementwise/members.h"
-#include "zelva/src/kernel/cpu/kernel_group.h"
+#include "zelva/src/kernel/frame/member.h"
 #include "zelva/src/kernel/cpu/sse/elementwise/members.h"
 #include "zelva/src/runtime/context.h"
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <unordered_map>
 
-#include "zelva/src/kernel/cpu/kernel_group.h"
+#include "zelva/src/kernel/frame/member.h"
 #include "zelva/src/runtime/kernel.h"
 
 namespace zelva {

@@ -17,7 +17,7 @@
 #include "support/model_builder.h"
 #include "zelva/src/kernel/cpu/fallback/conv2d/conv2d_reference.h"
 #include "zelva/src/kernel/cpu/fallback/conv2d/members.h"
-#include "zelva/src/kernel/cpu/kernel_group.h"
+#include "zelva/src/kernel/frame/member.h"
 #include "zelva/src/kernel/cpu/sgemm/conv2d/members.h"
 #include "zelva/src/kernel/cpu/sse/conv2d/members.h"
 #include "zelva/src/kernel/cpu/sse/depthwise/members.h"

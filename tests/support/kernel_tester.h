@@ -1,0 +1,97 @@
+// Scaffolding shared by the family testers: random data, tensors on a test context, running one kernel
+// through Config, CheckInputs, Forward and CheckOutputs as the net does, and holding an output to a member's
+// accuracy class against the family reference.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "support/model_builder.h"
+#include "zelva/src/kernel/frame/member.h"
+#include "zelva/src/runtime/kernel.h"
+
+namespace zvtest {
+
+// Whether this processor runs members of `isa`; a tester skips the others with a message.
+inline bool CanRun(zelva::kernel::Isa isa) {
+  return isa != zelva::kernel::Isa::kAVX || __builtin_cpu_supports("avx");
+}
+
+inline std::vector<float> RandomFloats(size_t n, uint32_t seed, float lo = -2.0f, float hi = 2.0f) {
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<float> dist(lo, hi);
+  std::vector<float> v(n);
+  for (float& x : v) x = dist(rng);
+  return v;
+}
+
+// A FLOAT32 tensor in main memory on the context's device holding `values` (or zeros).
+inline std::shared_ptr<zelva::runtime::Tensor> MakeTensor(const std::shared_ptr<zelva::runtime::Context>& ctx,
+                                                          std::vector<uint32_t> dims, uint32_t layout,
+                                                          const std::vector<float>& values = {}) {
+  std::shared_ptr<zelva::runtime::Tensor> t;
+  zelva::runtime::TensorShape shape(std::move(dims), zelva::runtime::DataType::FLOAT32, layout,
+                                    zelva::runtime::Location::MainMemory);
+  ctx->GetDeviceCPU()->CreateTensor(t, shape, values.empty() ? nullptr : values.data());
+  if (values.empty()) std::memset(t->Data<float>(), 0, t->shape.ElementCount() * sizeof(float));
+  return t;
+}
+
+inline std::vector<float> Values(const std::shared_ptr<zelva::runtime::Tensor>& t) {
+  const float* p = t->Data<float>();
+  return std::vector<float>(p, p + t->shape.ElementCount());
+}
+
+// Config, CheckInputs, Forward, CheckOutputs as the net runs them; the first failing step fails the test.
+inline zelva::runtime::TensorList RunKernel(zelva::runtime::IKernel& kernel,
+                                            std::shared_ptr<zelva::runtime::LayerInfo> info,
+                                            const zelva::runtime::TensorList& inputs,
+                                            const std::shared_ptr<zelva::runtime::Context>& ctx) {
+  zelva::runtime::TensorList outputs;
+  if (!kernel.IsConfigured()) {
+    EXPECT_TRUE(kernel.Config(std::move(info), nullptr, nullptr, ctx)) << kernel.GetName();
+    if (!kernel.IsConfigured()) return outputs;
+  }
+  EXPECT_EQ(kernel.CheckInputs(inputs), 0) << kernel.GetName();
+  kernel.Forward(inputs, outputs, ctx);
+  EXPECT_EQ(kernel.CheckOutputs(outputs), 0) << kernel.GetName();
+  return outputs;
+}
+
+inline uint32_t Bits(float f) {
+  uint32_t b;
+  std::memcpy(&b, &f, 4);
+  return b;
+}
+
+// Holds `got` to `want` under `accuracy`: bit for bit (NaN matching any NaN), or within the bound.
+// Reports the first few differing places with `what`.
+inline void ExpectAccuracy(const std::vector<float>& got, const std::vector<float>& want,
+                           zelva::kernel::Accuracy accuracy, const std::string& what) {
+  ASSERT_EQ(got.size(), want.size()) << what;
+  int reported = 0;
+  for (size_t i = 0; i < got.size() && reported < 5; ++i) {
+    bool ok;
+    if (std::isnan(want[i]) || std::isnan(got[i])) {
+      ok = std::isnan(want[i]) && std::isnan(got[i]);
+    } else if (accuracy.BitExact()) {
+      ok = Bits(got[i]) == Bits(want[i]);
+    } else {
+      const double bound = accuracy.max_abs + accuracy.max_rel * std::fabs(static_cast<double>(want[i]));
+      ok = std::fabs(static_cast<double>(got[i]) - want[i]) <= bound;
+    }
+    if (!ok) {
+      ADD_FAILURE() << what << " at " << i << ": got " << got[i] << ", want " << want[i];
+      ++reported;
+    }
+  }
+}
+
+}  // namespace zvtest
