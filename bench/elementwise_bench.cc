@@ -3,39 +3,21 @@
 // the copy's time.
 #include <benchmark/benchmark.h>
 
+#include "bench_support.h"
+
 #include <algorithm>
-#include <chrono>
 #include <cstring>
 #include <random>
 #include <type_traits>
 #include <vector>
 
-#include "zelva/src/kernel/cpu/avx/elementwise/members.h"
-#include "zelva/src/kernel/cpu/fallback/elementwise/members.h"
+#include "zelva/src/kernel/family/elementwise/members.h"
 #include "zelva/src/kernel/frame/member.h"
-#include "zelva/src/kernel/cpu/sse/elementwise/members.h"
 #include "zelva/src/runtime/context.h"
 
 namespace {
 
 using namespace zelva;
-
-// Nanoseconds of copying `bytes` with memcpy, the best of several timed batches.
-double CopyNanoseconds(size_t bytes) {
-  std::vector<char> src(bytes, 1), dst(bytes);
-  double best = 1e30;
-  for (int batch = 0; batch < 20; ++batch) {
-    const auto start = std::chrono::steady_clock::now();
-    for (int k = 0; k < 200; ++k) {
-      std::memcpy(dst.data(), src.data(), bytes);
-      benchmark::DoNotOptimize(dst.data());
-      benchmark::ClobberMemory();
-    }
-    const std::chrono::duration<double, std::nano> took = std::chrono::steady_clock::now() - start;
-    best = std::min(best, took.count() / 200);
-  }
-  return best;
-}
 
 constexpr uint32_t kRowBroadcast = 100;
 
@@ -81,15 +63,15 @@ void BM_Binary(benchmark::State& state, uint32_t op, uint32_t kind, bool avx) {
   context->GetDeviceCPU()->CreateTensor(tb, runtime::TensorShape(bd, runtime::DataType::FLOAT32, layout),
                                         b.data());
   runtime::TensorList inputs = {ta, tb}, outputs;
-  const double copy_ns = CopyNanoseconds((na + nb) * sizeof(float));
-  const auto start = std::chrono::steady_clock::now();
+  const double copy_ns = zvbench::MemcpyNanoseconds((na + nb) * sizeof(float));
+  const double start = zvbench::ThreadNanoseconds();
   for (auto _ : state) {
     kernel.Forward(inputs, outputs, context);
     benchmark::DoNotOptimize(outputs[0]->data);
     outputs.clear();
   }
-  const std::chrono::duration<double, std::nano> took = std::chrono::steady_clock::now() - start;
-  state.counters["x_memcpy"] = took.count() / static_cast<double>(state.iterations()) / copy_ns;
+  const double took = zvbench::ThreadNanoseconds() - start;
+  state.counters["x_memcpy"] = took / static_cast<double>(state.iterations()) / copy_ns;
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * (na + nb) * sizeof(float));
 }
 
@@ -106,25 +88,23 @@ template <uint32_t kKind>
 using InfoOfKind = std::conditional_t<kKind == kernel::kSameShape, runtime::ElementWiseOperatorInfo,
                                       runtime::BroadcastOperatorInfo>;
 
-#define ZV_BENCH_VECTOR(group, cls, kind, op, core)                               \
-  Register<kernel::cls, InfoOfKind<kernel::kind>>(#cls, kernel::op, kernel::kind, \
-                                                  kernel::KernelGroup::group == kernel::KernelGroup::kAVX);
-
-// The two scalar members: the same-shape one runs Add, the broadcast one multiplies by a per-row value.
-template <class Kernel>
-void RegisterFallback(const char* name) {
-  if (std::is_same<Kernel, kernel::Elementwise_Fallback_Float_M1>::value) {
+// Each row by its kind: the same-shape members run their operation, the channel gates multiply, the scalar
+// by-name member runs Add and the broadcast one multiplies by a per-row value.
+template <class Kernel, uint32_t kKind>
+void RegisterRow(const char* name, uint32_t op, bool avx) {
+  if constexpr (kKind == kernel::kByName) {
     Register<Kernel, runtime::ElementWiseOperatorInfo>(name, kernel::kOpAdd, kernel::kSameShape, false);
-  } else {
+  } else if constexpr (kKind == kernel::kAnyRank) {
     Register<Kernel, runtime::BroadcastOperatorInfo>(name, kernel::kOpMul, kRowBroadcast, false);
+  } else {
+    Register<Kernel, InfoOfKind<kKind>>(name, op, kKind, avx);
   }
 }
-#define ZV_BENCH_FALLBACK(group, cls) RegisterFallback<kernel::cls>(#cls);
+#define ZV_BENCH_ROW(group, isa, cls, accuracy, kind, op, core) \
+  RegisterRow<kernel::cls, kernel::kind>(#cls, kernel::op, kernel::Isa::isa == kernel::Isa::kAVX);
 
 [[maybe_unused]] const int registered = [] {
-  ZV_FALLBACK_ELEMENTWISE_MEMBERS(ZV_BENCH_FALLBACK)
-  ZV_SSE_ELEMENTWISE_MEMBERS(ZV_BENCH_VECTOR)
-  ZV_AVX_ELEMENTWISE_MEMBERS(ZV_BENCH_VECTOR)
+  ZV_ELEMENTWISE_MEMBERS(ZV_BENCH_ROW)
   return 0;
 }();
 

@@ -6,6 +6,8 @@
 
 #include <cstring>
 
+#include "zelva/src/kernel/functional/lanes.h"
+
 namespace hyperspecific {
 namespace audiodenoise_v4_final_cpu_sse {
 
@@ -451,23 +453,6 @@ inline void MapFloats(const float* in, float* out, size_t n, Body body, Rest4 re
   for (; i < n; ++i) out[i] = rest1(in[i]);
 }
 
-template <class Op4, class Op1>
-inline void ZipFloats(const float* a, const float* b, size_t n, float* out, Op4 op4, Op1 op1) {
-  size_t i = 0;
-  for (; i + 16 <= n; i += 16) {
-    const __m128 y0 = op4(_mm_loadu_ps(a + i), _mm_loadu_ps(b + i));
-    const __m128 y1 = op4(_mm_loadu_ps(a + i + 4), _mm_loadu_ps(b + i + 4));
-    const __m128 y2 = op4(_mm_loadu_ps(a + i + 8), _mm_loadu_ps(b + i + 8));
-    const __m128 y3 = op4(_mm_loadu_ps(a + i + 12), _mm_loadu_ps(b + i + 12));
-    _mm_storeu_ps(out + i, y0);
-    _mm_storeu_ps(out + i + 4, y1);
-    _mm_storeu_ps(out + i + 8, y2);
-    _mm_storeu_ps(out + i + 12, y3);
-  }
-  for (; i + 4 <= n; i += 4) _mm_storeu_ps(out + i, op4(_mm_loadu_ps(a + i), _mm_loadu_ps(b + i)));
-  for (; i < n; ++i) out[i] = op1(a[i], b[i]);
-}
-
 }  // namespace
 
 void HSigmoidPass(const float* input, float* output, ShapeRecord shape) {
@@ -483,21 +468,15 @@ void ReluPass(const float* input, float* output, ShapeRecord shape) {
 }
 
 void AddVectors(const float* a, const float* b, size_t count, float* out) {
-  ZipFloats(
-      a, b, count, out, [](__m128 x, __m128 y) { return _mm_add_ps(x, y); },
-      [](float x, float y) { return x + y; });
+  ::zelva::kernel::functional::AddLanes(a, b, count, out);
 }
 
 void SubVectors(const float* a, const float* b, size_t count, float* out) {
-  ZipFloats(
-      a, b, count, out, [](__m128 x, __m128 y) { return _mm_sub_ps(x, y); },
-      [](float x, float y) { return x - y; });
+  ::zelva::kernel::functional::SubLanes(a, b, count, out);
 }
 
 void MulVectors(const float* a, const float* b, size_t count, float* out) {
-  ZipFloats(
-      a, b, count, out, [](__m128 x, __m128 y) { return _mm_mul_ps(x, y); },
-      [](float x, float y) { return x * y; });
+  ::zelva::kernel::functional::MulLanes(a, b, count, out);
 }
 
 void CopyBytes(const void* input, void* output, ShapeRecord shape) {

@@ -1,18 +1,20 @@
 #include "zelva/src/kernel/functional/elementwise_table.h"
 
+#include "zelva/src/kernel/functional/lanes.h"
+
 namespace zelva {
 namespace kernel {
 namespace functional {
 
 namespace {
 
+template <uint16_t kCode>
+ElementwiseFunction Entry() {
+  return [](const float& a, const float& b) { return ApplyOp(kCode, a, b); };
+}
+
 const std::unordered_map<uint16_t, ElementwiseFunction> kElementwiseFunctions = {
-    {0, [](const float& a, const float& b) { return a + b; }},
-    {1, [](const float& a, const float& b) { return a - b; }},
-    {2, [](const float& a, const float& b) { return a * b; }},
-    {3, [](const float& a, const float& b) { return a / b; }},
-    {4, [](const float& a, const float& b) { return VectorMax(a, b); }},
-    {5, [](const float& a, const float& b) { return VectorMin(a, b); }},
+    {0, Entry<0>()}, {1, Entry<1>()}, {2, Entry<2>()}, {3, Entry<3>()}, {4, Entry<4>()}, {5, Entry<5>()},
 };
 
 }  // namespace

@@ -5,6 +5,8 @@
 #include <functional>
 #include <unordered_map>
 
+#include "zelva/src/kernel/functional/lanes.h"
+
 namespace zelva {
 namespace kernel {
 namespace functional {
@@ -18,10 +20,10 @@ const std::unordered_map<uint16_t, ElementwiseFunction>& ElementwiseFunctionTabl
 
 // Scalar forms of the two vector instructions, for cores that need the same NaN behaviour.
 inline float VectorMax(float a, float b) {
-  return a > b ? a : b;
+  return ApplyOp(4, a, b);
 }
 inline float VectorMin(float a, float b) {
-  return a < b ? a : b;
+  return ApplyOp(5, a, b);
 }
 
 }  // namespace functional

@@ -1,8 +1,8 @@
 // The AVX group: 256-bit vector kernels, registered whatever the processor offers (the configuration decides
 // whether they run). Each family's member list is included here and expanded with ZV_REGISTER_MEMBER.
 #include "zelva/src/kernel/cpu/avx/fullconnection/members.h"
-#include "zelva/src/kernel/cpu/avx/activation/members.h"
-#include "zelva/src/kernel/cpu/avx/elementwise/members.h"
+#include "zelva/src/kernel/family/activation/members.h"
+#include "zelva/src/kernel/family/elementwise/members.h"
 #include "zelva/src/kernel/registry/registry.h"
 
 namespace zelva {
@@ -13,8 +13,8 @@ void RegisterAVXKernels(KernelRegistry& registry) {
   (void)kGroup;
   (void)registry;
   ZV_AVX_FULLCONNECTION_MEMBERS(ZV_REGISTER_MEMBER)
-  ZV_AVX_ACTIVATION_MEMBERS(ZV_REGISTER_MEMBER)
-  ZV_AVX_ELEMENTWISE_MEMBERS(ZV_REGISTER_MEMBER)
+  ZV_ACTIVATION_MEMBERS(ZV_REGISTER_ROW)
+  ZV_ELEMENTWISE_MEMBERS(ZV_REGISTER_ROW)
 }
 
 }  // namespace kernel

@@ -1,11 +1,11 @@
 // The SSE group: 128-bit vector kernels. Each family's member list is included here and expanded with
 // ZV_REGISTER_MEMBER.
-#include "zelva/src/kernel/cpu/sse/fullconnection/members.h"
-#include "zelva/src/kernel/cpu/sse/rnn/members.h"
 #include "zelva/src/kernel/cpu/sse/conv2d/members.h"
 #include "zelva/src/kernel/cpu/sse/depthwise/members.h"
-#include "zelva/src/kernel/cpu/sse/activation/members.h"
-#include "zelva/src/kernel/cpu/sse/elementwise/members.h"
+#include "zelva/src/kernel/cpu/sse/fullconnection/members.h"
+#include "zelva/src/kernel/cpu/sse/rnn/members.h"
+#include "zelva/src/kernel/family/activation/members.h"
+#include "zelva/src/kernel/family/elementwise/members.h"
 #include "zelva/src/kernel/registry/registry.h"
 
 namespace zelva {
@@ -19,8 +19,8 @@ void RegisterSSEKernels(KernelRegistry& registry) {
   ZV_SSE_RNN_MEMBERS(ZV_REGISTER_MEMBER)
   ZV_SSE_CONV2D_MEMBERS(ZV_REGISTER_MEMBER)
   ZV_SSE_DEPTHWISE_MEMBERS(ZV_REGISTER_MEMBER)
-  ZV_SSE_ELEMENTWISE_MEMBERS(ZV_REGISTER_MEMBER)
-  ZV_SSE_ACTIVATION_MEMBERS(ZV_REGISTER_MEMBER)
+  ZV_ELEMENTWISE_MEMBERS(ZV_REGISTER_ROW)
+  ZV_ACTIVATION_MEMBERS(ZV_REGISTER_ROW)
 }
 
 }  // namespace kernel

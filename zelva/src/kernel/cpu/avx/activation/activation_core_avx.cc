@@ -1,8 +1,7 @@
-#include "zelva/src/kernel/cpu/avx/activation/activation_core_avx.h"
+#include "zelva/src/kernel/family/activation/cores.h"
 
-#include "zelva/src/kernel/cpu/avx/activation/vector_avx.h"
-#include "zelva/src/kernel/cpu/sse/activation/activation_core.h"
-#include "zelva/src/kernel/cpu/sse/activation/activation_ops.h"
+#include "zelva/src/kernel/functional/pointwise_ops.h"
+#include "zelva/src/kernel/functional/vector8.h"
 
 namespace zelva {
 namespace kernel {

@@ -1,7 +1,7 @@
-#include "zelva/src/kernel/cpu/avx/elementwise/elementwise_core_avx.h"
+#include "zelva/src/kernel/family/elementwise/cores.h"
 
-#include "zelva/src/kernel/cpu/avx/activation/vector_avx.h"
-#include "zelva/src/kernel/cpu/sse/elementwise/binary_ops.h"
+#include "zelva/src/kernel/functional/binary_ops.h"
+#include "zelva/src/kernel/functional/vector8.h"
 
 namespace zelva {
 namespace kernel {

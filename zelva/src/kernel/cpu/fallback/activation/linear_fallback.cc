@@ -1,4 +1,4 @@
-#include "zelva/src/kernel/cpu/fallback/activation/linear_fallback.h"
+#include "zelva/src/kernel/family/activation/cores.h"
 
 namespace zelva {
 namespace kernel {

@@ -1,10 +1,10 @@
-#include "zelva/src/kernel/cpu/sse/activation/activation_core.h"
+#include "zelva/src/kernel/family/activation/cores.h"
 
 #include <sleef.h>
 
 #include <cmath>
 
-#include "zelva/src/kernel/cpu/sse/activation/activation_ops.h"
+#include "zelva/src/kernel/functional/pointwise_ops.h"
 
 namespace zelva {
 namespace kernel {

@@ -1,6 +1,6 @@
-// 4-lane float vector helpers shared by the SSE cores (and by the rests of the AVX cores, which fall back to
-// 4-lane groups). Everything here has internal linkage: a translation unit compiled with -mavx gets its own
-// copy, so no VEX-encoded body can stand in for the SSE one at link time.
+// 4-lane float vector helpers shared by the SSE cores of every family (and by the rests of the AVX cores,
+// which fall back to 4-lane groups). Everything here has internal linkage: a translation unit compiled with
+// -mavx gets its own copy, so no VEX-encoded body can stand in for the SSE one at link time.
 #pragma once
 
 #include <emmintrin.h>

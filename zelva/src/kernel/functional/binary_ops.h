@@ -1,10 +1,11 @@
 // The six binary operations over a vector type (V4, or V8 in the AVX cores) and the one loop that runs
-// them. Internal linkage, for the reason given in vector_sse.h.
+// them; the single-float forms are functional::ApplyOp. Internal linkage, for the reason given in vector4.h.
 #pragma once
 
 #include <stdint.h>
 
-#include "zelva/src/kernel/cpu/sse/activation/vector_sse.h"
+#include "zelva/src/kernel/functional/lanes.h"
+#include "zelva/src/kernel/functional/vector4.h"
 
 namespace zelva {
 namespace kernel {
@@ -15,43 +16,42 @@ struct AddOp {
   static typename V::T Apply(typename V::T a, typename V::T b) {
     return V::Add(a, b);
   }
-  static float One(float a, float b) { return a + b; }
+  static float One(float a, float b) { return functional::ApplyOp(0, a, b); }
 };
 struct SubOp {
   template <class V>
   static typename V::T Apply(typename V::T a, typename V::T b) {
     return V::Sub(a, b);
   }
-  static float One(float a, float b) { return a - b; }
+  static float One(float a, float b) { return functional::ApplyOp(1, a, b); }
 };
 struct MulOp {
   template <class V>
   static typename V::T Apply(typename V::T a, typename V::T b) {
     return V::Mul(a, b);
   }
-  static float One(float a, float b) { return a * b; }
+  static float One(float a, float b) { return functional::ApplyOp(2, a, b); }
 };
 struct DivOp {
   template <class V>
   static typename V::T Apply(typename V::T a, typename V::T b) {
     return V::Div(a, b);
   }
-  static float One(float a, float b) { return a / b; }
+  static float One(float a, float b) { return functional::ApplyOp(3, a, b); }
 };
-// The single-float forms follow the instructions: b comes back when either operand is not a number.
 struct MaxOp {
   template <class V>
   static typename V::T Apply(typename V::T a, typename V::T b) {
     return V::Max(a, b);
   }
-  static float One(float a, float b) { return a > b ? a : b; }
+  static float One(float a, float b) { return functional::ApplyOp(4, a, b); }
 };
 struct MinOp {
   template <class V>
   static typename V::T Apply(typename V::T a, typename V::T b) {
     return V::Min(a, b);
   }
-  static float One(float a, float b) { return a < b ? a : b; }
+  static float One(float a, float b) { return functional::ApplyOp(5, a, b); }
 };
 
 // Whether [p, p + n) and [q, q + n) share an element.

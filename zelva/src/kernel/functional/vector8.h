@@ -1,5 +1,5 @@
 // 8-lane float vector helpers for the AVX cores; included only by translation units compiled with -mavx.
-// Internal linkage, as in vector_sse.h.
+// Internal linkage, as in vector4.h.
 #pragma once
 
 #include <immintrin.h>

@@ -1,9 +1,9 @@
 // The exact pointwise activations as operations over a vector type (V4 here, V8 in the AVX cores), and the
 // one loop that runs them: a body of four vector groups a round, then 4-lane groups, then single floats.
-// Internal linkage throughout, for the reason given in vector_sse.h.
+// Internal linkage throughout, for the reason given in vector4.h.
 #pragma once
 
-#include "zelva/src/kernel/cpu/sse/activation/vector_sse.h"
+#include "zelva/src/kernel/functional/vector4.h"
 
 namespace zelva {
 namespace kernel {
