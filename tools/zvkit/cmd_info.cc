@@ -165,7 +165,7 @@ uint64_t ModelWeightFloats(zelva::runtime::ZVModelInfo& model) {
 }
 
 int CmdInfo(const std::vector<std::string>& args) {
-  std::string path, precision = "fp16";
+  std::string path, precision;  // empty: found from the file
   for (size_t i = 0; i < args.size(); ++i) {
     if (args[i] == "--precision" && i + 1 < args.size()) {
       precision = args[++i];
@@ -183,7 +183,7 @@ int CmdInfo(const std::vector<std::string>& args) {
     std::fprintf(stderr, "zvkit info: no model given (see zvkit info --help)\n");
     return 2;
   }
-  if (precision != "fp16" && precision != "fp32") {
+  if (!precision.empty() && precision != "fp16" && precision != "fp32") {
     std::fprintf(stderr, "zvkit info: precision must be fp16 or fp32, not '%s'\n", precision.c_str());
     return 2;
   }
@@ -203,13 +203,21 @@ int CmdInfo(const std::vector<std::string>& args) {
       }
     }
   }
-  zelva::runtime::ZVModelInfo model;
-  std::string warnings;
-  const std::string reason = Load(model, path, form, precision, &warnings);
+  std::unique_ptr<zelva::runtime::Serializable> object;
+  BinaryPrecision found;
+  std::string warnings, reason;
+  if (form == FileForm::kJson) {
+    object = std::make_unique<zelva::runtime::ZVModelInfo>();
+    reason = Load(*object, path, form, "", &warnings);
+  } else {
+    reason = LoadBinaryFindingPrecision([] { return std::make_unique<zelva::runtime::ZVModelInfo>(); }, path,
+                                        precision, "--precision", &object, &found, &warnings);
+  }
   if (!reason.empty()) {
     std::fprintf(stderr, "zvkit info: cannot read %s: %s\n", path.c_str(), reason.c_str());
     return 1;
   }
+  zelva::runtime::ZVModelInfo& model = static_cast<zelva::runtime::ZVModelInfo&>(*object);
   // The walk never compares the class name it reads; a configuration read as a model can come out empty.
   if (model.serializable_type != "ZVModelInfo") {
     std::fprintf(stderr, "zvkit info: %s is not a model (its root object is \"%s\")\n", path.c_str(),
@@ -220,6 +228,11 @@ int CmdInfo(const std::vector<std::string>& args) {
 
   const zelva::runtime::NetExtraInfo& x = model.extra_info;
   std::printf("model:        %s\n", path.c_str());
+  if (form == FileForm::kBinary) {
+    std::printf(
+        "precision:    %s (%s; the denoise engine reads binary models as fp16, the VAD engine as fp32)\n",
+        found.precision.c_str(), found.how.c_str());
+  }
   std::printf("version:      %u (app_type %u, model_id %u)\n", x.version, x.app_type, x.model_id);
   std::printf("base size:    %u x %u\n", x.model_base_h, x.model_base_w);
   std::printf("fmlas:        %llu\n", static_cast<unsigned long long>(x.fmlas));

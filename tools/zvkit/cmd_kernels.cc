@@ -11,7 +11,8 @@ namespace zvkit {
 
 int CmdKernels(const std::vector<std::string>& args) {
   if (!args.empty()) {
-    std::fprintf(stderr, "zvkit kernels: unexpected argument '%s' (see zvkit kernels --help)\n", args[0].c_str());
+    std::fprintf(stderr, "zvkit kernels: unexpected argument '%s' (see zvkit kernels --help)\n",
+                 args[0].c_str());
     return 2;
   }
   using zelva::kernel::KernelRegistry;

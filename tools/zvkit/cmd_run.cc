@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tools/zvkit/host_io.h"
+#include "tools/zvkit/model_files.h"
 #include "tools/zvkit/zvkit.h"
 #include "zelva/src/kernel/registry/registry.h"
 #include "zelva/src/runtime/net_constructor.h"
@@ -93,60 +94,68 @@ bool ParseRunOptions(const std::vector<std::string>& args, RunOptions* o, std::s
 bool BlockSizes(const std::string& model_path, const std::string& config_path, bool fused, size_t* in_floats,
                 size_t* out_floats, std::string* error) {
   using namespace zelva::runtime;
-  try {
-    auto model = std::make_shared<ZVModelInfo>();
-    // The engines' suffix rule: ".json" is JSON, anything else binary.
-    auto format = [](const std::string& p) {
-      return zelva::utility::EndsWithChecked(p, ".json") ? "json" : "bin";
-    };
-    model->FromFile(model_path, format(model_path));
-    if (fused) {
-      *in_floats = kFusedInputFloats;
-      *out_floats = kFusedOutputFloats;
-      return true;
-    }
-    *in_floats = static_cast<size_t>(model->extra_info.model_base_h) * model->extra_info.model_base_w;
-    // The first output's size is known once the net has run: build it and run one block of zeros.
-    auto configs = std::make_shared<ZVModelMultiBackendCfgs>();
-    configs->FromFile(config_path, format(config_path));
-    zelva::kernel::KernelRegistry registry;
-    zelva::kernel::RegisterBaseKernels(registry);
-    zelva::kernel::RegisterFallbackKernels(registry);
-    zelva::kernel::RegisterSGEMMKernels(registry);
-    zelva::kernel::RegisterSSEKernels(registry);
-    zelva::kernel::RegisterAVXKernels(registry);
-    auto context = CreateCPUContext(64);
-    auto net = CreateNet(model, configs->cpu_sse, registry, context);
-    if (net == nullptr) {
-      *error = "the configuration does not cover every layer of the model";
-      return false;
-    }
-    std::vector<float> zeros(*in_floats, 0.0f);
-    NetInputs inputs;
-    std::vector<uint32_t> output_ids;
-    for (size_t i = 0; i < model->squential_ids.size(); ++i) {
-      const std::string& id = model->squential_ids[i];
-      if (net->layers[i]->name == "Input" && inputs.empty()) {
-        std::shared_ptr<Tensor> t;
-        context->GetDeviceCPU()->WrapPlanar(
-            t, {1, model->extra_info.model_base_h, model->extra_info.model_base_w}, zeros.data());
-        inputs[static_cast<uint32_t>(i)] = t;
-      }
-      for (const auto& out : model->squential_output_ids)
-        if (out == id) output_ids.push_back(static_cast<uint32_t>(i));
-    }
-    NetOutputs outputs;
-    net->Forward(outputs, inputs, output_ids, context, nullptr, nullptr);
-    if (outputs.empty() || outputs.begin()->second.empty()) {
-      *error = "the net produced no output";
-      return false;
-    }
-    *out_floats = static_cast<size_t>(outputs.begin()->second[0]->shape.ByteSize()) / sizeof(float);
-    return true;
-  } catch (const std::exception& e) {
-    *error = e.what();
+  // The library's failures come back as its own words (its error line), not as a decorated exception text.
+  bool ok = false;
+  const std::string reason = Guarded(
+      [&] {
+        ok = [&]() -> bool {
+          auto model = std::make_shared<ZVModelInfo>();
+          // The engines' suffix rule: ".json" is JSON, anything else binary.
+          auto format = [](const std::string& p) {
+            return zelva::utility::EndsWithChecked(p, ".json") ? "json" : "bin";
+          };
+          model->FromFile(model_path, format(model_path));
+          if (fused) {
+            *in_floats = kFusedInputFloats;
+            *out_floats = kFusedOutputFloats;
+            return true;
+          }
+          *in_floats = static_cast<size_t>(model->extra_info.model_base_h) * model->extra_info.model_base_w;
+          // The first output's size is known once the net has run: build it and run one block of zeros.
+          auto configs = std::make_shared<ZVModelMultiBackendCfgs>();
+          configs->FromFile(config_path, format(config_path));
+          zelva::kernel::KernelRegistry registry;
+          zelva::kernel::RegisterBaseKernels(registry);
+          zelva::kernel::RegisterFallbackKernels(registry);
+          zelva::kernel::RegisterSGEMMKernels(registry);
+          zelva::kernel::RegisterSSEKernels(registry);
+          zelva::kernel::RegisterAVXKernels(registry);
+          auto context = CreateCPUContext(64);
+          auto net = CreateNet(model, configs->cpu_sse, registry, context);
+          if (net == nullptr) {
+            *error = "the configuration does not cover every layer of the model";
+            return false;
+          }
+          std::vector<float> zeros(*in_floats, 0.0f);
+          NetInputs inputs;
+          std::vector<uint32_t> output_ids;
+          for (size_t i = 0; i < model->squential_ids.size(); ++i) {
+            const std::string& id = model->squential_ids[i];
+            if (net->layers[i]->name == "Input" && inputs.empty()) {
+              std::shared_ptr<Tensor> t;
+              context->GetDeviceCPU()->WrapPlanar(
+                  t, {1, model->extra_info.model_base_h, model->extra_info.model_base_w}, zeros.data());
+              inputs[static_cast<uint32_t>(i)] = t;
+            }
+            for (const auto& out : model->squential_output_ids)
+              if (out == id) output_ids.push_back(static_cast<uint32_t>(i));
+          }
+          NetOutputs outputs;
+          net->Forward(outputs, inputs, output_ids, context, nullptr, nullptr);
+          if (outputs.empty() || outputs.begin()->second.empty()) {
+            *error = "the net produced no output";
+            return false;
+          }
+          *out_floats = static_cast<size_t>(outputs.begin()->second[0]->shape.ByteSize()) / sizeof(float);
+          return true;
+        }();
+      },
+      nullptr);
+  if (!reason.empty()) {
+    *error = "cannot use " + model_path + " and " + config_path + ": " + reason;
     return false;
   }
+  return ok;
 }
 
 namespace {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "tools/zvkit/log_sink.h"
 #include "zv2.h"
 
 namespace zvkit {
@@ -19,16 +20,9 @@ bool ReadFloats(const std::string& path, std::vector<float>* data) {
   return got == data->size();
 }
 
-namespace {
-int32_t ToStderr(const char* line) {
-  std::fprintf(stderr, "%s\n", line);
-  return 0;
-}
-}  // namespace
-
 void LogProblemsToStderr() {
-  ZV2_SetLogCallback(&ToStderr);
-  ZV2_SetLogLevel(ZV2_LOG_WARNNING | ZV2_LOG_ERROR);
+  RestoreLogSink();
+  if (!Verbose()) ZV2_SetLogLevel(ZV2_LOG_WARNNING | ZV2_LOG_ERROR);
 }
 
 TimeSummary Summarise(std::vector<double> micros) {

@@ -9,7 +9,8 @@ namespace zvkit {
 // The whole file as float32 values; false when it cannot be read whole.
 bool ReadFloats(const std::string& path, std::vector<float>* data);
 
-// Sends the library's Warnning and Error lines to standard error, nothing else.
+// Narrows the library's log to its Warnning and Error lines (zvkit's sink writes them to standard error);
+// with --verbose the mask stays as it is, Info lines included.
 void LogProblemsToStderr();
 
 struct TimeSummary {

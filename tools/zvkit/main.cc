@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "tools/zvkit/log_sink.h"
 #include "tools/zvkit/zvkit.h"
 
 namespace zvkit {
@@ -10,8 +11,9 @@ const std::vector<Command>& Commands() {
       {"cpu", "print the processor report and what the library's processor checks answer",
        "usage: zvkit cpu\n"
        "\n"
-       "Prints the processor report that the library logs (vendor, brand, one line per feature), then\n"
-       "the answers of ZV2_CheckIsaSupported (bit 0: SSE) and ZV2_CheckIsaAVX (AVX with OS support).\n"
+       "Prints the answers of ZV2_CheckIsaSupported (bit 0: SSE) and ZV2_CheckIsaAVX (AVX with OS\n"
+       "support), then the processor report that the library logs (vendor, brand, 51 features), compactly:\n"
+       "the supported features first, several a line. --verbose also prints the report's lines as logged.\n"
        "Use it to choose a kernel configuration for a machine.\n",
        &CmdCpu},
       {"info", "print a model's header, layers (kind, inputs, parameters, weight counts) and outputs",
@@ -19,19 +21,39 @@ const std::vector<Command>& Commands() {
        "\n"
        "Reads MODEL (.json, or binary .zvmod/.zvmods) and prints its header, one entry per layer with its\n"
        "id, kind, inputs, parameters and the number of floats in each weight field, then the output ids.\n"
-       "A binary file does not record the precision of its weights: it is read as fp16 (what the engines\n"
-       "read) unless --precision fp32 says otherwise.\n"
+       "A binary file does not record the precision of its weights: zvkit reads it at fp16 and at fp32,\n"
+       "takes the one that reads the file exactly to its end and says which; it refuses when both or\n"
+       "neither do. --precision fp16|fp32 reads at that precision instead.\n"
        "Exits 1 with the reason on stderr when the file cannot be read or holds no model.\n",
        &CmdInfo},
       {"convert", "convert a model or a kernel configuration between JSON and binary",
-       "usage: zvkit convert IN OUT [--precision fp16|fp32] [--input-precision fp16|fp32]\n"
+       "usage: zvkit convert IN OUT [--for denoise|vad] [--precision fp16|fp32]\n"
+       "                            [--input-precision fp16|fp32]\n"
        "\n"
        "Reads IN, a model or a kernel configuration (told apart by the class name of the file's root), and\n"
        "writes it to OUT in the form of OUT's extension: .json, .zvmod/.zvmods for models, .zvcfg/.zvcfgs\n"
-       "for configurations. --precision sets the weights' precision of a binary OUT (default fp16, the\n"
-       "precision the engines read); --input-precision that of a binary IN (default fp16).\n"
+       "for configurations.\n"
+       "A binary model holds its weights at one precision, which the file does not record, and each engine\n"
+       "reads one: the denoise engine fp16, the VAD engine fp32. --for denoise|vad writes the precision of\n"
+       "that engine; --precision sets it directly (default fp16). zvkit prints the precision it wrote and\n"
+       "the engine that reads it.\n"
+       "A binary IN is read at both precisions and the one that reads the file exactly to its end is taken\n"
+       "(and named); zvkit refuses when both or neither do. --input-precision reads at that one instead.\n"
        "Exits 1 with the reason on stderr when IN cannot be read or OUT cannot be written.\n",
        &CmdConvert},
+      {"check", "build a model's net as the engines do and run one block of zeros through it, layer by layer",
+       "usage: zvkit check MODEL CONFIG [--precision fp16|fp32]\n"
+       "\n"
+       "Finds the models that load and then fail every apply (a base size that disagrees with the first\n"
+       "layer, a recurrent in_size or dense in_features that disagrees with what feeds it, a reshape to the\n"
+       "wrong count, converters or kernels swapped in the configuration). For each engine that can take the\n"
+       "model (both for JSON; for a binary model the one that reads its precision: denoise fp16, VAD fp32,\n"
+       "found from the file unless --precision says) it builds the net exactly as the engine does, runs one\n"
+       "block of zeros (model_base_h x model_base_w floats) through it and prints every kernel run with its\n"
+       "input and output shapes, and the first kernel that refuses its input, with the layer, the kernel's\n"
+       "name, the shapes and the reason. It warns about weight texts with characters outside the Base64\n"
+       "alphabet. Exits 0 when all is well, 1 on any problem or warning, 2 on a usage error.\n",
+       &CmdCheck},
       {"run", "stream a raw float32 file through an engine, block by block, through the public C API",
        "usage: zvkit run --model M --config C --input frames.f32 [--output out.f32]\n"
        "                 [--engine denoise|vad] [--fused] [--reset-every N] [--quiet] [--compare other.f32]\n"
@@ -73,21 +95,38 @@ bool WantsHelp(const std::vector<std::string>& args) {
 namespace {
 void PrintUsage(std::FILE* out) {
   std::fprintf(out,
-               "usage: zvkit <command> [options]    (zvkit <command> --help for details)\n\ncommands:\n");
+               "usage: zvkit [--verbose] <command> [options]    (zvkit <command> --help for details)\n\n"
+               "commands:\n");
   for (const auto& c : Commands()) std::fprintf(out, "  %-10s %s\n", c.name, c.summary);
+  std::fprintf(
+      out,
+      "\nThe library's log lines go to stderr, shortened (\"zelva: error: ...\"); --verbose, anywhere\n"
+      "on the command line, shows them exactly as the library composes them.\n");
 }
 }  // namespace
 
 }  // namespace zvkit
 
 int main(int argc, char** argv) {
-  if (argc < 2 || std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0) {
-    zvkit::PrintUsage(argc < 2 ? stderr : stdout);
-    return argc < 2 ? 2 : 0;
+  // --verbose is zvkit's own and may stand anywhere; every other argument goes to the command.
+  std::vector<std::string> words;
+  bool verbose = false;
+  for (int i = 1; i < argc; ++i) {
+    if (std::strcmp(argv[i], "--verbose") == 0) {
+      verbose = true;
+    } else {
+      words.emplace_back(argv[i]);
+    }
   }
-  std::vector<std::string> args(argv + 2, argv + argc);
+  zvkit::InstallLogSink(verbose);
+  if (words.empty() || words[0] == "-h" || words[0] == "--help") {
+    zvkit::PrintUsage(words.empty() ? stderr : stdout);
+    return words.empty() ? 2 : 0;
+  }
+  const std::string command = words[0];
+  std::vector<std::string> args(words.begin() + 1, words.end());
   for (const auto& c : zvkit::Commands()) {
-    if (std::strcmp(c.name, argv[1]) == 0) {
+    if (command == c.name) {
       if (zvkit::WantsHelp(args)) {
         std::fputs(c.usage, stdout);
         return 0;
@@ -95,7 +134,7 @@ int main(int argc, char** argv) {
       return c.run(args);
     }
   }
-  std::fprintf(stderr, "zvkit: unknown command '%s'\n\n", argv[1]);
+  std::fprintf(stderr, "zvkit: unknown command '%s'\n\n", command.c_str());
   zvkit::PrintUsage(stderr);
   return 2;
 }

@@ -28,6 +28,7 @@ int CmdConvert(const std::vector<std::string>& args);
 int CmdRun(const std::vector<std::string>& args);
 int CmdKernels(const std::vector<std::string>& args);
 int CmdBench(const std::vector<std::string>& args);
+int CmdCheck(const std::vector<std::string>& args);
 
 // Floats per input block and per output block of an engine made from these files (cmd_run.cc): 7 x 80 and 80
 // on the fused path; on the generic path the model's base size and the size of the net's first output.

@@ -1,6 +1,7 @@
 # JSON -> binary -> JSON through `zvkit convert`, for a model and a configuration: the binary output equals
 # the committed binary twin (fp16), and the JSON that comes back equals the JSON that went in, byte for byte.
-# An fp32 detour gives the same JSON as well (the fixtures' weights are exact in half precision).
+# An fp32 detour gives the same JSON as well (the fixtures' weights are exact in half precision), with the
+# input precision given or found.
 #   cmake -DZVKIT=... -DDATA=.../tests/data -DWORK=<scratch dir> -P convert_round_trip.cmake
 file(MAKE_DIRECTORY ${WORK})
 function(run)
@@ -26,4 +27,7 @@ foreach(pair "tiny_model;zvmod" "tiny_cfg;zvcfgs")
   run(${DATA}/models/${name}.json ${WORK}/${name}.32.${ext} --precision fp32)
   run(${WORK}/${name}.32.${ext} ${WORK}/${name}.32.json --input-precision fp32)
   same(${WORK}/${name}.32.json ${DATA}/models/${name}.json)
+  # Without the flag the precision is found from the file.
+  run(${WORK}/${name}.32.${ext} ${WORK}/${name}.found.json)
+  same(${WORK}/${name}.found.json ${DATA}/models/${name}.json)
 endforeach()

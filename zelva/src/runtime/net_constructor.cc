@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "zelva/src/utility/environment_x86.h"
 #include "zelva/src/utility/logging.h"
 
 namespace zelva {
@@ -24,6 +25,14 @@ void CreateConverters(const std::shared_ptr<KernelCfgArr>& converters, const ker
     const uint32_t position = static_cast<uint32_t>(std::strtoul(id.c_str(), nullptr, 10));
     into[position] = std::move(converter);
   }
+}
+
+// True for a kernel that executes AVX instructions. The registry keeps no instruction set per entry, but the
+// naming scheme puts it between underscores (`<Op>_<shape tokens>_<instruction set>_<layout>_<type>_M<n>`),
+// and every member of the AVX group, and no other, holds the token "_AVX_" (the registry test holds the
+// groups to that). Deciding by the name keeps the registry as it is and covers converters alike.
+bool NeedsAvx(const std::string& kernel_name) {
+  return kernel_name.find("_AVX_") != std::string::npos;
 }
 
 }  // namespace
@@ -84,6 +93,15 @@ std::shared_ptr<IKernel> CreateKernel(std::shared_ptr<KernelCfg> kernel_cfg,
                                       std::shared_ptr<Context> context) {
   ZV_ASSERT(kernel_cfg != nullptr, "no kernel configuration.");
   const std::string& name = kernel_cfg->kernel_type;
+  // An AVX kernel on a processor without usable AVX would be built and then fault on the first apply with an
+  // illegal instruction: refuse it here, so that the load fails (a converter included, which a null result
+  // alone would not do).
+  if (NeedsAvx(name) && !utility::AvxUsableForKernels()) {
+    ZV_LOG(utility::kLogError,
+           "Kernel <%s> needs AVX, which this processor (or its operating system) does not offer.",
+           name.c_str());
+    ZV_ASSERT(false, nullptr);
+  }
   std::shared_ptr<IKernel> kernel = kernel::LookupKernel(registry, name);
   ZV_LOG(utility::kLogTrace, "Create Kernel >> %s >> %s", name.c_str(), kernel != nullptr ? "ok" : "nullptr");
   if (kernel != nullptr && kernel->Config(std::move(layer_info), kernel_cfg->infer_param,

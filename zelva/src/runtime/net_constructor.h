@@ -21,7 +21,8 @@ std::string LayerTypeName(uint16_t type);
 
 // The kernel named by `kernel_cfg`, made by the registry and configured with `layer_info` (null for a
 // converter) and the configuration's parameters. Null, with an Error line, when the name is not registered
-// or the kernel refuses the layer.
+// or the kernel refuses the layer. Raises, after an Error line naming the kernel and AVX, for an AVX kernel
+// on a processor without usable AVX (utility::AvxUsableForKernels), converters included.
 std::shared_ptr<IKernel> CreateKernel(std::shared_ptr<KernelCfg> kernel_cfg,
                                       std::shared_ptr<LayerInfo> layer_info,
                                       const kernel::KernelRegistry& registry,

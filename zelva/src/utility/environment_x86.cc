@@ -2,6 +2,7 @@
 
 #include <cpuid.h>
 
+#include <atomic>
 #include <cstring>
 #include <mutex>
 
@@ -180,6 +181,18 @@ bool EnvironmentX86::IsAvxUsable() const {
 
 bool EnvironmentX86::IsSseSupported() const {
   return Bit(leaf1_edx, 25);
+}
+
+namespace {
+std::atomic<bool> avx_forced_off{false};
+}  // namespace
+
+bool AvxUsableForKernels() {
+  return !avx_forced_off.load(std::memory_order_relaxed) && EnvironmentX86::Instance().IsAvxUsable();
+}
+
+void OverrideAvxForTesting(bool no_avx) {
+  avx_forced_off.store(no_avx, std::memory_order_relaxed);
 }
 
 std::vector<IsaFeature> EnvironmentX86::Features() const {

@@ -2,7 +2,9 @@
 // when the library is loaded. The exported ZV2_CheckIsaAVX / ZV2_CheckIsaSupported answer from it and log
 // a report of the features on every call.
 //
-// Nothing in the library chooses a kernel from these answers: they exist for the host.
+// Nothing in the library chooses a kernel from these answers: they exist for the host. The one use inside is
+// a guard: net construction refuses a kernel that needs AVX when AvxUsableForKernels() says no, so that such
+// a configuration fails its load instead of faulting on its first apply.
 #pragma once
 
 #include <array>
@@ -71,6 +73,13 @@ class EnvironmentX86 {
  private:
   void Read(const CpuidReader& cpuid, const Xcr0Reader& read_xcr0);
 };
+
+// What kernel creation asks before making an AVX kernel: the library-load instance's IsAvxUsable(), unless
+// a test has forced "no AVX". Internal; not exported.
+bool AvxUsableForKernels();
+// Test-only: `no_avx` true makes AvxUsableForKernels() answer false whatever the processor has; false gives
+// the processor's answer back. The exported checks and the report are not affected.
+void OverrideAvxForTesting(bool no_avx);
 
 }  // namespace utility
 }  // namespace zelva

@@ -2,11 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <cstdio>
 #include <stdexcept>
 
 #include "support/log_capture.h"
 #include "support/model_builder.h"
 #include "support/probe_kernel.h"
+#include "zelva/src/utility/environment_x86.h"
+#include "zv2.h"
 
 namespace zelva {
 namespace runtime {
@@ -160,6 +165,118 @@ TEST_F(NetConstructorTest, EdgeRules) {
   late.AddLayer<ElementWiseOperatorInfo>("x", {"in"}, "Probe");
   late.AddLayer<InputInfo>("in", {}, "Input_Fallback_M1");
   EXPECT_THROW(CreateNet(late.model, late.cfg, registry_, context_), std::runtime_error);
+}
+
+// The processor report forced to "no AVX" for the length of a test.
+class NoAvx {
+ public:
+  NoAvx() { utility::OverrideAvxForTesting(true); }
+  ~NoAvx() { utility::OverrideAvxForTesting(false); }
+};
+
+class AvxGuardTest : public NetConstructorTest {
+ protected:
+  AvxGuardTest() {
+    kernel::RegisterFallbackKernels(registry_);
+    kernel::RegisterSSEKernels(registry_);
+    kernel::RegisterAVXKernels(registry_);
+  }
+  // in -> ReLU on the AVX member, with an AVX input converter when `converter` names one.
+  void AddAvxNet(const std::string& main_kernel, const std::string& converter = "") {
+    b_.AddLayer<InputInfo>("in", {}, "Input_Fallback_M1");
+    auto act = b_.AddLayer<ActivationInfo>("act", {"in"}, main_kernel);
+    act->activation_type = 2;  // ReLU
+    if (!converter.empty()) b_.AddInputConverter("act", "0", converter);
+  }
+  static std::string Refusal(const std::string& name) {
+    return "Kernel <" + name + "> needs AVX, which this processor (or its operating system) does not offer.";
+  }
+};
+
+// The guard reads the instruction set from the name: every AVX-group name holds "_AVX_", no other name does.
+TEST_F(AvxGuardTest, TheAvxTokenMarksExactlyTheAvxGroup) {
+  using Register = void (*)(kernel::KernelRegistry&);
+  for (Register group :
+       {&kernel::RegisterBaseKernels, &kernel::RegisterFallbackKernels, &kernel::RegisterSGEMMKernels,
+        &kernel::RegisterSSEKernels, &kernel::RegisterAVXKernels}) {
+    kernel::KernelRegistry one;
+    group(one);
+    const bool avx_group = group == &kernel::RegisterAVXKernels;
+    if (avx_group) {
+      EXPECT_FALSE(one.empty());
+    }
+    for (const auto& entry : one) {
+      EXPECT_EQ(entry.first.find("_AVX_") != std::string::npos, avx_group) << entry.first;
+    }
+  }
+}
+
+TEST_F(AvxGuardTest, AvxMainKernelAndConverterAreRefusedWithoutAvx) {
+  zvtest::LogCapture capture;
+  {
+    NoAvx no_avx;
+    AddAvxNet("ReLU_AVX_Float_M1");
+    EXPECT_THROW(Build(), std::runtime_error);
+    ASSERT_EQ(capture.lines().size(), 1u);  // the refusal's own line; the assertion raises silently
+    EXPECT_TRUE(
+        zvtest::IsErrorLine(capture.Last(), "zelva::runtime::CreateKernel", Refusal("ReLU_AVX_Float_M1")))
+        << capture.Last();
+
+    // A converter that needs AVX fails the build too, where a missing one would only be stored as null.
+    capture.Clear();
+    b_ = zvtest::ModelBuilder();
+    AddAvxNet("ReLU_SSE_Float_M1", "Elementwise_Add_AVX_Float_M1");
+    EXPECT_THROW(Build(), std::runtime_error);
+    EXPECT_TRUE(zvtest::IsErrorLine(capture.Last(), "zelva::runtime::CreateKernel",
+                                    Refusal("Elementwise_Add_AVX_Float_M1")))
+        << capture.Last();
+
+    // Kernels of the other groups are untouched by the guard.
+    capture.Clear();
+    b_ = zvtest::ModelBuilder();
+    AddAvxNet("ReLU_SSE_Float_M1");
+    EXPECT_NE(Build(), nullptr);
+    EXPECT_TRUE(capture.lines().empty());
+  }
+  // With the processor's own answer back, the AVX member builds where the processor has AVX.
+  if (utility::EnvironmentX86::Instance().IsAvxUsable()) {
+    b_ = zvtest::ModelBuilder();
+    AddAvxNet("ReLU_AVX_Float_M1");
+    auto net = Build();
+    ASSERT_NE(net, nullptr);
+    EXPECT_EQ(net->layers[1]->kernel->GetName(), "ReLU_AVX_Float_M1");
+  }
+}
+
+// Through an engine: the create returns -1 and the log names the kernel and AVX.
+TEST_F(AvxGuardTest, EngineCreateFailsWithoutAvx) {
+  AddAvxNet("ReLU_AVX_Float_M1");
+  b_.model->extra_info.model_base_h = 1;
+  b_.model->extra_info.model_base_w = 8;
+  b_.model->squential_output_ids = {"act"};
+  ZVModelMultiBackendCfgs configs;
+  configs.cpu_sse = b_.cfg;
+  const std::string dir = ::testing::TempDir();
+  const std::string model_path = dir + "avx_guard_" + std::to_string(getpid()) + ".json";
+  const std::string config_path = dir + "avx_guard_" + std::to_string(getpid()) + ".cfg.json";
+  b_.model->ToFile(model_path, "json");
+  configs.ToFile(config_path, "json");
+
+  zvtest::LogCapture capture;
+  const char* argv[] = {model_path.c_str(), config_path.c_str()};
+  uint32_t handle = 0;
+  {
+    NoAvx no_avx;
+    EXPECT_EQ(ZV2_Create_AudioDenoise(&handle, 2, argv), ZV2_RESULT_FAILED);
+    EXPECT_EQ(ZV2_Create_VAD(&handle, 2, argv), ZV2_RESULT_FAILED);
+  }
+  EXPECT_EQ(handle, 0u);
+  size_t refusals = 0;
+  for (const std::string& line : capture.lines())
+    if (line.find(Refusal("ReLU_AVX_Float_M1")) != std::string::npos) ++refusals;
+  EXPECT_EQ(refusals, 2u);
+  std::remove(model_path.c_str());
+  std::remove(config_path.c_str());
 }
 
 }  // namespace
