@@ -14,8 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "zelva/src/kernel/cpu/avx/fullconnection/members.h"
-#include "zelva/src/kernel/cpu/sse/fullconnection/members.h"
+#include "zelva/src/kernel/family/fullconnection/members.h"
 #include "zelva/src/kernel/functional/gemm.h"
 #include "zelva/src/kernel/registry/registry.h"
 #include "zelva/src/runtime/context.h"
@@ -24,7 +23,7 @@
 namespace {
 
 using zelva::kernel::FcInput;
-using zelva::kernel::KernelGroup;
+using zelva::kernel::Isa;
 using zelva::runtime::DataType;
 using zelva::runtime::Layout;
 using zelva::runtime::TensorShape;
@@ -99,10 +98,10 @@ void RunMember(benchmark::State& state, uint32_t layout, FcInput rule) {
 }
 
 template <class K>
-void Register(const char* name, KernelGroup group, uint32_t layout, FcInput rule) {
+void Register(const char* name, Isa isa, uint32_t layout, FcInput rule) {
   for (const auto& size : kSizes) {
-    benchmark::RegisterBenchmark(name, [group, layout, rule](benchmark::State& state) {
-      if (group == KernelGroup::kAVX && !__builtin_cpu_supports("avx")) {
+    benchmark::RegisterBenchmark(name, [isa, layout, rule](benchmark::State& state) {
+      if (isa == Isa::kAVX && !__builtin_cpu_supports("avx")) {
         state.SkipWithError("no AVX");
         return;
       }
@@ -126,11 +125,10 @@ void DenseBySgemmBench(benchmark::State& state) {
 }
 
 int RegisterAll() {
-#define ZV_FC_BENCH_MEMBER(group, cls, ...)                                                    \
-  Register<zelva::kernel::cls>(#cls, KernelGroup::group, zelva::kernel::cls##_Member::kLayout, \
-                               zelva::kernel::cls##_Member::kInput);
-  ZV_SSE_FULLCONNECTION_MEMBERS(ZV_FC_BENCH_MEMBER)
-  ZV_AVX_FULLCONNECTION_MEMBERS(ZV_FC_BENCH_MEMBER)
+#define ZV_FC_BENCH_MEMBER(group, isa, cls, ...)                                  \
+  Register<zelva::kernel::cls>(#cls, Isa::isa, zelva::kernel::cls##_Row::kLayout, \
+                               zelva::kernel::cls##_Row::kInput);
+  ZV_FULLCONNECTION_MEMBERS(ZV_FC_BENCH_MEMBER)
 #undef ZV_FC_BENCH_MEMBER
   for (const auto& size : kSizes)
     benchmark::RegisterBenchmark("FullConnection_DenseBySgemm", DenseBySgemmBench)

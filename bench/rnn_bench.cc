@@ -8,10 +8,9 @@
 
 #include <cstring>
 #include <random>
-#include <type_traits>
 #include <vector>
 
-#include "zelva/src/kernel/cpu/sse/rnn/members.h"
+#include "zelva/src/kernel/family/rnn/members.h"
 #include "zelva/src/kernel/registry/registry.h"
 #include "zelva/src/runtime/context.h"
 #include "zelva/src/runtime/weight_data.h"
@@ -130,9 +129,9 @@ void RunMember(benchmark::State& state, std::shared_ptr<runtime::IKernel> (*make
                           static_cast<int64_t>(weight_bytes));
 }
 
-#define ZV_BENCH_RNN_MEMBER(group, cls, shape, kind, form)                                              \
+#define ZV_BENCH_RNN_MEMBER(group, isa, cls, accuracy, shape, kind, form)                               \
   {                                                                                                     \
-    const bool sequence = std::is_same<cls, RecurrentSequenceKernel<cls##_Member>>::value;              \
+    const bool sequence = RecurrentShape::shape == RecurrentShape::kSequence;                           \
     auto* b =                                                                                           \
         benchmark::RegisterBenchmark(#cls, &RunMember, &NewKernel<cls>, RecurrentKind::kind, sequence); \
     b->Arg(1);                                                                                          \
@@ -140,7 +139,7 @@ void RunMember(benchmark::State& state, std::shared_ptr<runtime::IKernel> (*make
   }
 
 const int kRegistered = [] {
-  ZV_SSE_RNN_MEMBERS(ZV_BENCH_RNN_MEMBER)
+  ZV_RNN_MEMBERS(ZV_BENCH_RNN_MEMBER)
   return 0;
 }();
 

@@ -16,7 +16,7 @@
 //   static void Configure(State&, info, context);  after an accepted CheckSupport; failures are assertions
 //   static void Run(State&, inputs, outputs, context)            with kAllocates
 //   static void Forward(State&, inputs, outputs, context)        without
-//   optional: Accepts, OutputShapes, CheckInputs, CheckOutputs, Reset, kStateIsPrivate.
+//   optional: Accepts, OutputShapes, CheckInputs, CheckOutputs, Reset, Precheck, kStateIsPrivate.
 #pragma once
 
 #include <cstdint>
@@ -102,6 +102,12 @@ struct FramePolicy {
   static int32_t Reset(State&) {
     return runtime::kKernelNoState;
   }
+  // First step of Forward, with the kernel's `configured` flag: the member's own preconditions (a Forward
+  // before Config, the input tensors it needs), asserted before the frame allocates anything, so that a
+  // misuse is reported in the member's words. Pure.
+  template <class State>
+  static void Precheck(const State&, bool /*configured*/, const runtime::TensorList& /*inputs*/,
+                       const runtime::Context* /*context*/) {}
 };
 
 // For policies that keep nothing.
@@ -151,6 +157,7 @@ class Kernel final : public runtime::IKernel {
 
   void Forward(const runtime::TensorList& inputs, runtime::TensorList& outputs,
                const std::shared_ptr<runtime::Context>& context) override {
+    Policy::Precheck(state_, configured, inputs, context.get());
     if constexpr (Policy::kAllocates) {
       ZV_ASSERT(!inputs.empty(), "[%s] no input tensor.", Policy::kName);
       std::vector<runtime::TensorShape> shapes;

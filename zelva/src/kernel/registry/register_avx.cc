@@ -1,8 +1,9 @@
 // The AVX group: 256-bit vector kernels, registered whatever the processor offers (the configuration decides
-// whether they run). Each family's member list is included here and expanded with ZV_REGISTER_MEMBER.
-#include "zelva/src/kernel/cpu/avx/fullconnection/members.h"
+// whether they run). Each family's member list is included here and expanded with ZV_REGISTER_ROW, which
+// takes the rows of this group.
 #include "zelva/src/kernel/family/activation/members.h"
 #include "zelva/src/kernel/family/elementwise/members.h"
+#include "zelva/src/kernel/family/fullconnection/members.h"
 #include "zelva/src/kernel/registry/registry.h"
 
 namespace zelva {
@@ -10,9 +11,7 @@ namespace kernel {
 
 void RegisterAVXKernels(KernelRegistry& registry) {
   constexpr KernelGroup kGroup = KernelGroup::kAVX;
-  (void)kGroup;
-  (void)registry;
-  ZV_AVX_FULLCONNECTION_MEMBERS(ZV_REGISTER_MEMBER)
+  ZV_FULLCONNECTION_MEMBERS(ZV_REGISTER_ROW)
   ZV_ACTIVATION_MEMBERS(ZV_REGISTER_ROW)
   ZV_ELEMENTWISE_MEMBERS(ZV_REGISTER_ROW)
 }

@@ -7,7 +7,7 @@
 #include <random>
 #include <vector>
 
-#include "zelva/src/kernel/cpu/fallback/fullconnection/dense_reference.h"
+#include "zelva/src/kernel/family/fullconnection/reference.h"
 
 namespace zelva {
 namespace kernel {

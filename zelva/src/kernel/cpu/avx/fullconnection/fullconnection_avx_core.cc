@@ -1,4 +1,4 @@
-#include "zelva/src/kernel/cpu/avx/fullconnection/fullconnection_avx_core.h"
+#include "zelva/src/kernel/family/fullconnection/cores.h"
 
 #include <immintrin.h>
 

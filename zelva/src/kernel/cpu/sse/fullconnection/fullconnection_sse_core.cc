@@ -1,4 +1,4 @@
-#include "zelva/src/kernel/cpu/sse/fullconnection/fullconnection_sse_core.h"
+#include "zelva/src/kernel/family/fullconnection/cores.h"
 
 #include <xmmintrin.h>
 

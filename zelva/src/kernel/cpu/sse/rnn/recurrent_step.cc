@@ -1,4 +1,4 @@
-#include "zelva/src/kernel/cpu/sse/rnn/recurrent_step.h"
+#include "zelva/src/kernel/family/rnn/cores.h"
 
 #include <xmmintrin.h>
 

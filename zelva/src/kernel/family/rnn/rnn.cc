@@ -1,4 +1,4 @@
-#include "zelva/src/kernel/cpu/sse/rnn/recurrent_kernel.h"
+#include "zelva/src/kernel/family/rnn/rnn.h"
 
 #include <cstring>
 
@@ -99,10 +99,6 @@ StepWeights WeightsOf(const RecurrentCellRecord& cell, uint32_t in_width, uint32
   w.in_width = in_width;
   w.hidden = hidden;
   return w;
-}
-
-bool IsMainFloat(const std::shared_ptr<Tensor>& t) {
-  return t != nullptr && t->shape.data_type == DataType::FLOAT32 && t->shape.location == Location::MainMemory;
 }
 
 // The data input: float, main memory, [*, in_size, ...].
@@ -312,38 +308,33 @@ void SequenceForward(RecurrentKind kind, ProductForm form, RecurrentState& s,
   outputs.push_back(std::move(output));
 }
 
-void CellForward(RecurrentKind kind, ProductForm form, RecurrentState& s, const runtime::TensorList& inputs,
-                 runtime::TensorList& outputs, runtime::Context& context) {
+void CellPrecheck(RecurrentKind kind, const RecurrentState& s, const runtime::TensorList& inputs) {
   const char* name = KindName(kind, false);
   AssertDataInput(s, inputs, name);
   ZV_ASSERT(inputs[0]->shape.dims[0] == 1, "[%s] one step at a time, %u given.", name,
             inputs[0]->shape.dims[0]);
   const uint32_t states = StateCount(kind);
   ZV_ASSERT(inputs.size() <= 1 + states, "[%s] %zu inputs, at most %u.", name, inputs.size(), 1 + states);
+  for (uint32_t k = 0; k < states && 1 + k < inputs.size(); ++k) {
+    ZV_ASSERT(IsMainFloat(inputs[1 + k]) &&
+                  static_cast<uint32_t>(inputs[1 + k]->shape.ElementCount()) == s.hidden_size,
+              "[%s] state input %u is not %u floats in main memory.", name, k, s.hidden_size);
+  }
+}
+
+void CellRun(RecurrentKind kind, ProductForm form, RecurrentState& s, const runtime::TensorList& inputs,
+             const runtime::TensorList& outputs) {
+  const uint32_t states = StateCount(kind);
   // A missing state starts from zero.
   const float* state[2] = {nullptr, nullptr};
-  for (uint32_t k = 0; k < states; ++k) {
-    if (inputs.size() > 1 + k) {
-      ZV_ASSERT(IsMainFloat(inputs[1 + k]) &&
-                    static_cast<uint32_t>(inputs[1 + k]->shape.ElementCount()) == s.hidden_size,
-                "[%s] state input %u is not %u floats in main memory.", name, k, s.hidden_size);
-      state[k] = inputs[1 + k]->Data<float>();
-    } else {
-      state[k] = s.zero_state->Data<float>();
-    }
-  }
-  runtime::DeviceCPU& device = *context.GetDeviceCPU();
-  std::vector<TensorShape> shapes = RecurrentOutputShapes(kind, false, s, {inputs[0]->shape});
-  runtime::TensorList made(states);
   float* state_out[2] = {nullptr, nullptr};
   for (uint32_t k = 0; k < states; ++k) {
-    device.CreateTensor(made[k], std::move(shapes[k]));
-    state_out[k] = made[k]->Data<float>();
+    state[k] = inputs.size() > 1 + k ? inputs[1 + k]->Data<float>() : s.zero_state->Data<float>();
+    state_out[k] = outputs[k]->Data<float>();
   }
   RecurrentStep(kind, s.activation_type, DenseOf(form),
                 WeightsOf(s.forward_cells[0], s.in_size, s.hidden_size), inputs[0]->Data<float>(), state,
                 state_out, s.gx->Data<float>(), s.gh->Data<float>());
-  outputs = std::move(made);
 }
 
 }  // namespace kernel

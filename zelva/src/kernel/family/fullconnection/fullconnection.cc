@@ -1,4 +1,4 @@
-#include "zelva/src/kernel/cpu/fallback/fullconnection/fullconnection_kernel.h"
+#include "zelva/src/kernel/family/fullconnection/fullconnection.h"
 
 #include <cstddef>
 
@@ -11,7 +11,6 @@ namespace fc_detail {
 
 using runtime::DataType;
 using runtime::Layout;
-using runtime::Location;
 using runtime::TensorShape;
 
 uint32_t BlockOf(FcWeight form) {
@@ -28,19 +27,9 @@ uint32_t BlockOf(FcWeight form) {
   return 1;
 }
 
-int32_t CheckSupport(const std::shared_ptr<runtime::LayerInfo>& layer_info,
-                     const std::shared_ptr<runtime::InferenceParam>& inference_param) {
-  if (inference_param != nullptr) return runtime::kKernelNotSupported;
-  if (std::dynamic_pointer_cast<runtime::FullConnectionInfo>(layer_info) == nullptr)
-    return runtime::kKernelNotSupported;
-  return runtime::kKernelOk;
-}
-
 int32_t CheckInputs(const runtime::TensorList& inputs, uint32_t layout, FcInput rule, uint32_t in_features) {
-  if (inputs.size() != 1 || inputs[0] == nullptr) return runtime::kKernelBadTensor;
+  if (CheckFloatTensors(inputs, 1) != runtime::kKernelOk) return runtime::kKernelBadTensor;
   const TensorShape& shape = inputs[0]->shape;
-  if (shape.data_type != DataType::FLOAT32 || shape.location != Location::MainMemory)
-    return runtime::kKernelBadTensor;
   if (layout != kFcAnyLayout && shape.layout != layout) return runtime::kKernelBadTensor;
   bool channels_match = false;
   switch (rule) {
@@ -132,15 +121,14 @@ void FullConnectionState::Configure(const std::shared_ptr<runtime::FullConnectio
   }
 }
 
-void FullConnectionState::Forward(const runtime::TensorList& inputs, runtime::TensorList& outputs,
-                                  const std::shared_ptr<runtime::Context>& context, FcInput rule,
-                                  DenseCore core, const char* name) const {
+void FullConnectionState::Precheck(bool configured, const runtime::TensorList& inputs,
+                                   const runtime::Context* context, FcInput rule, const char* name) const {
+  ZV_ASSERT(configured, "[%s] Forward before a successful Config.", name);
   ZV_ASSERT(inputs.size() == 1 && inputs[0] != nullptr, "[%s] needs one input tensor.", name);
   ZV_ASSERT(context != nullptr, "[%s] no context.", name);
   const TensorShape& in = inputs[0]->shape;
   ZV_ASSERT(in.data_type == DataType::FLOAT32, "[%s] needs a float input.", name);
   const uint32_t in_features = param.in_features;
-  const uint32_t out_features = param.out_features;
   uint32_t rows = 1;
   if (rule == FcInput::kBatchRows) {
     ZV_ASSERT(in.dims.size() >= 2 && in.dims[1] == in_features, "[%s] input rows are not of %u values.", name,
@@ -150,21 +138,21 @@ void FullConnectionState::Forward(const runtime::TensorList& inputs, runtime::Te
   const uint32_t count = static_cast<uint32_t>(in.ElementCount());
   ZV_ASSERT(count == rows * in_features, "[%s] input holds %u values, %u expected.", name, count,
             rows * in_features);
+}
 
-  std::vector<TensorShape> shapes = OutputShapes({in}, rule, out_features, name);
-  std::shared_ptr<runtime::Tensor> output;
-  context->GetDeviceCPU()->CreateTensor(output, std::move(shapes[0]));
-
+void FullConnectionState::Run(const runtime::TensorList& inputs, const runtime::TensorList& outputs,
+                              FcInput rule, DenseCore core) const {
+  const uint32_t in_features = param.in_features;
+  const uint32_t out_features = param.out_features;
+  const uint32_t rows = rule == FcInput::kBatchRows ? inputs[0]->shape.dims[0] : 1;
   const float* x = inputs[0]->Data<float>();
-  float* y = output->Data<float>();
+  float* y = outputs[0]->Data<float>();
   const float* w = weight != nullptr ? weight->Data<float>() : nullptr;
   const float* b = bias != nullptr ? bias->Data<float>() : nullptr;
   for (uint32_t r = 0; r < rows; ++r) {
     core(x + static_cast<size_t>(r) * in_features, static_cast<int32_t>(in_features),
          static_cast<int32_t>(out_features), w, b, y + static_cast<size_t>(r) * out_features);
   }
-  outputs.clear();
-  outputs.push_back(std::move(output));
 }
 
 }  // namespace fc_detail

@@ -1,4 +1,4 @@
-#include "zelva/src/kernel/cpu/fallback/fullconnection/dense_reference.h"
+#include "zelva/src/kernel/family/fullconnection/reference.h"
 
 #include <cstddef>
 

@@ -1,11 +1,31 @@
-// 256-bit cores of the fully connected members, on raw pointers. Declarations only: the definitions are
-// compiled with AVX enabled and must run only where the processor has it.
+// Every core of the fully connected family, all instruction sets: declarations only. The definitions live
+// in cpu/<isa>/fullconnection/ and are compiled with their folder's flags; a core must run only where the
+// processor has its instruction set (the member list's isa column).
+//
+// A core computes y (out_count) = w x + bias on raw pointers, w in the member's order (see FcWeight), bias
+// null for none; it starts y from the bias (or zero) itself.
 #pragma once
 
 #include <cstdint>
 
+// The SSE row core is the GEMM bridge's DenseForward, shared with the recurrent family.
+#include "zelva/src/kernel/functional/gemm.h"
+
 namespace zelva {
 namespace kernel {
+
+using DenseCore = void (*)(const float* x, int32_t in_count, int32_t out_count, const float* w,
+                           const float* bias, float* y);
+
+// ---- SSE (cpu/sse/fullconnection)
+
+// Block product in 4s. w is [out/4, in/4, 4(i), 4(o)]; only out/4 and in/4 whole blocks take part, the
+// outputs beyond keep the bias (or zero). Each output is one running sum over the inputs in order, added to
+// the bias at the end; several output blocks run side by side over one broadcast input.
+void DenseBlock4SSE(const float* x, int32_t in_count, int32_t out_count, const float* w, const float* bias,
+                    float* y);
+
+// ---- AVX (cpu/avx/fullconnection)
 
 // w is [out, in] as in the model file. Two rows at a time share the input loads; per row four 8-lane partial
 // sums over 32 inputs a round, then 8 a round, then single floats; the parts summed and added to the bias.

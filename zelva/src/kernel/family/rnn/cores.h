@@ -1,5 +1,6 @@
-// One time step of a recurrent cell, on raw pointers. The same cores serve the sequence kernels (a whole
-// sequence through stacked layers) and the cell kernels (one step, state passed in), in both product forms.
+// Every core of the recurrent family, declarations only: one time step of a cell on raw pointers, defined in
+// cpu/sse/rnn/. The same step serves the sequence kernels (a whole sequence through stacked layers) and the
+// cell kernels (one step, state passed in), in both product forms.
 #pragma once
 
 #include <cstdint>
