@@ -5,32 +5,13 @@
 #include <cmath>
 #include <cstddef>
 
+#include "zelva/src/kernel/functional/lanes.h"
 #include "zelva/src/utility/logging.h"
 
 namespace zelva {
 namespace kernel {
 
 namespace {
-
-// Elementwise cores: four lanes at a time, then single floats. Each lane is one IEEE operation, so the
-// result is the same as the plain loop. Outputs may be one of the operands.
-void AddVectors(const float* a, const float* b, float* y, uint32_t n) {
-  uint32_t i = 0;
-  for (; i + 4 <= n; i += 4) _mm_storeu_ps(y + i, _mm_add_ps(_mm_loadu_ps(a + i), _mm_loadu_ps(b + i)));
-  for (; i < n; ++i) y[i] = a[i] + b[i];
-}
-
-void MulVectors(const float* a, const float* b, float* y, uint32_t n) {
-  uint32_t i = 0;
-  for (; i + 4 <= n; i += 4) _mm_storeu_ps(y + i, _mm_mul_ps(_mm_loadu_ps(a + i), _mm_loadu_ps(b + i)));
-  for (; i < n; ++i) y[i] = a[i] * b[i];
-}
-
-void SubVectors(const float* a, const float* b, float* y, uint32_t n) {
-  uint32_t i = 0;
-  for (; i + 4 <= n; i += 4) _mm_storeu_ps(y + i, _mm_sub_ps(_mm_loadu_ps(a + i), _mm_loadu_ps(b + i)));
-  for (; i < n; ++i) y[i] = a[i] - b[i];
-}
 
 void SigmoidInPlace(float* v, uint32_t n) {
   for (uint32_t i = 0; i < n; ++i) v[i] = GateSigmoid(v[i]);
@@ -62,23 +43,23 @@ void GRUStep(DenseProduct dense, const StepWeights& w, const float* x, const flo
   float* r = gh;
   float* z = gh + H;
   float* n = gh + 2 * H;
-  AddVectors(gx, r, r, H);
+  functional::AddLanes(gx, r, H, r);
   SigmoidInPlace(r, H);
-  AddVectors(gx + H, z, z, H);
+  functional::AddLanes(gx + H, z, H, z);
   SigmoidInPlace(z, H);
-  MulVectors(n, r, n, H);
-  AddVectors(gx + 2 * H, n, n, H);
+  functional::MulLanes(n, r, H, n);
+  functional::AddLanes(gx + 2 * H, n, H, n);
   TanhInPlace(n, H);
-  SubVectors(n, h, out, H);
-  MulVectors(z, out, out, H);
-  SubVectors(n, out, out, H);
+  functional::SubLanes(n, h, H, out);
+  functional::MulLanes(z, out, H, out);
+  functional::SubLanes(n, out, H, out);
 }
 
 void LSTMStep(DenseProduct dense, const StepWeights& w, const float* x, const float* h, const float* c,
               float* h_out, float* c_out, float* gx, float* gh) {
   const uint32_t H = w.hidden;
   GateProducts(dense, w, 4, x, h, gx, gh);
-  AddVectors(gx, gh, gh, 4 * H);
+  functional::AddLanes(gx, gh, 4 * H, gh);
   float* i = gh;
   float* f = gh + H;
   float* g = gh + 2 * H;
@@ -87,19 +68,19 @@ void LSTMStep(DenseProduct dense, const StepWeights& w, const float* x, const fl
   SigmoidInPlace(f, H);
   TanhInPlace(g, H);
   SigmoidInPlace(o, H);
-  MulVectors(f, c, f, H);
-  MulVectors(i, g, g, H);
-  AddVectors(f, g, c_out, H);
+  functional::MulLanes(f, c, H, f);
+  functional::MulLanes(i, g, H, g);
+  functional::AddLanes(f, g, H, c_out);
   // h' = tanh(c') o; the new cell stays untouched.
   for (uint32_t k = 0; k < H; ++k) h_out[k] = GateTanh(c_out[k]);
-  MulVectors(h_out, o, h_out, H);
+  functional::MulLanes(h_out, o, H, h_out);
 }
 
 void RNNStep(DenseProduct dense, const StepWeights& w, uint32_t activation, const float* x, const float* h,
              float* out, float* gx, float* gh) {
   const uint32_t H = w.hidden;
   GateProducts(dense, w, 1, x, h, gx, gh);
-  AddVectors(gx, gh, out, H);
+  functional::AddLanes(gx, gh, H, out);
   if (activation == kRecurrentReLU) {
     ReLUInPlace(out, H);
   } else if (activation == kRecurrentTanH) {
