@@ -24,6 +24,5 @@ if [ "$quick" = 0 ]; then
   echo "== tests under sanitizers"
   export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:detect_stack_use_after_return=1
   export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-  export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
   ctest --test-dir build-asan -j"$jobs" --output-on-failure --timeout 900 -L 'unit|api'
 fi
