@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds and runs every test: the normal build (unit, API and packaging tests), then the unit and API tests
-# once more under AddressSanitizer and UndefinedBehaviorSanitizer.
+# once more under AddressSanitizer and UndefinedBehaviorSanitizer, then the threaded API tests (named
+# Threads...) under ThreadSanitizer.
 #   bash scripts/test.sh                 everything (what CI runs)
 #   bash scripts/test.sh --quick         the normal build only
 set -euo pipefail
@@ -24,6 +25,12 @@ if [ "$quick" = 0 ]; then
   echo "== tests under sanitizers"
   export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:detect_stack_use_after_return=1
   export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-  export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
   ctest --test-dir build-asan -j"$jobs" --output-on-failure --timeout 900 -L 'unit|api'
+
+  echo "== build (ThreadSanitizer, API tests only)"
+  cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZELVA_SANITIZE_THREAD=ON \
+    -DZELVA_BUILD_BENCH=OFF >/dev/null
+  cmake --build build-tsan -j"$jobs" --target zelva_api_tests
+  echo "== threaded tests under ThreadSanitizer"
+  TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 build-tsan/tests/zelva_api_tests --gtest_filter='*.Threads*'
 fi

@@ -50,7 +50,7 @@ typedef int32_t (*ZV2_LogCallback)(const char* text);
 
 /*
  * Sets the mask of shown levels. 0 returns -3 and changes nothing; any other value is stored as it is.
- * The log state has no lock: set it before creating engines.
+ * Like every logging control, it may be called from any thread at any time.
  */
 ZV2_API _ZV2_Result ZV2_SetLogLevel(uint32_t mask);
 

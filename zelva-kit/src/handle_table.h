@@ -25,8 +25,10 @@ struct CallSite {
   int32_t line;
 };
 
-#define ZV_CALL_SITE \
-  ::zelva::kit::CallSite { ZV_FUNCTION, ZV_FILE, __LINE__ }
+#define ZV_CALL_SITE               \
+  ::zelva::kit::CallSite {         \
+    ZV_FUNCTION, ZV_FILE, __LINE__ \
+  }
 
 // Engine needs: int32_t Load(int32_t, const char**), Apply_Cpu(const void*, void*), Apply_Gpu(),
 // Reset_RNN_State_Cpu(), Set_Attr(const char*, const char*), Get_Attr(const char*, void*).
@@ -48,10 +50,10 @@ class HandleTable {
       Error(site, "handle is NULL.");
       return ZV2_RESULT_INVALID_ARGUMENT;
     }
-    // A failed load abandons the record and its engine on purpose: nothing reclaims them.
-    Record* record = new Record();
+    std::unique_ptr<Record> record(new Record());
     record->engine = std::make_shared<Engine>();
     if (record->engine->Load(argc, argv) != 0) {
+      // The record never entered the table: it and its engine go here, with all the engine took.
       Error(site, "load model failed.");
       return ZV2_RESULT_FAILED;
     }
@@ -59,14 +61,15 @@ class HandleTable {
     if (!free_slots_.empty()) {
       const uint32_t index = free_slots_.back();
       free_slots_.pop_back();
-      slots_[index] = record;
+      slots_[index] = record.get();
       h = index + 1;
     } else {
-      slots_.push_back(record);
+      slots_.push_back(record.get());
       h = static_cast<uint32_t>(slots_.size());
     }
-    *handle = h;
     record->handle = h;
+    record.release();  // owned by its slot from here
+    *handle = h;
     live_handles_.push_back(h);
     return ZV2_RESULT_OK;
   }

@@ -1,50 +1,38 @@
-// Engines created from real files, through the public header only: handle life cycle, the generic path, the
-// lock of each family, and load failures.
+// Engines created from real files, through the public header only: handle life cycle, the generic path, load
+// failures and what they give back, and the locks of the two families.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <mutex>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
-#include <vector>
 
+#include "support/families.h"
 #include "support/log_capture.h"
-#include "zv2.h"
 
 namespace {
 
+using zvtest::Family;
 using zvtest::IsErrorLine;
+using zvtest::kDenoise;
+using zvtest::kVad;
 using zvtest::LogCapture;
 
-std::string Data(const std::string& name) { return std::string(ZELVA_TEST_DATA_DIR) + "/api/" + name; }
+std::string Data(const std::string& name) {
+  return std::string(ZELVA_TEST_DATA_DIR) + "/api/" + name;
+}
 
-struct Family {
-  const char* name;
-  _ZV2_Result (*create)(uint32_t*, int32_t, const char**);
-  _ZV2_Result (*destroy)(uint32_t*);
-  _ZV2_Result (*apply)(uint32_t, const void*, void*);
-  _ZV2_Result (*reset)(uint32_t);
-  _ZV2_Result (*apply_gpu)(uint32_t, const void*, void*);
-};
-const Family kDenoise{"Denoise", ZV2_Create_AudioDenoise, ZV2_Destory_AudioDenoise, ZV2_Apply_AudioDenoise_CPU,
-                      ZV2_ReSet_AudioDenoise_RNN_State_CPU, ZV_Apply_AudioDenoise_GPU};
-const Family kVad{"Vad", ZV2_Create_VAD, ZV2_Destory_VAD, ZV2_Apply_VAD_CPU, ZV2_ReSet_VAD_RNN_State_CPU,
-                  ZV_Apply_VAD_GPU};
-void PrintTo(const Family& f, std::ostream* os) { *os << f.name; }
-
-uint32_t Create(const Family& f, const std::string& model, const std::string& config) {
-  const std::string m = Data(model), c = Data(config);
+uint32_t Create(const Family& f, const std::string& model = "passthrough") {
+  const std::string m = Data(model + ".json"), c = Data(model + ".cfg.json");
   const char* argv[] = {m.c_str(), c.c_str()};
   uint32_t handle = 0;
-  EXPECT_EQ(f.create(&handle, 2, argv), ZV2_RESULT_OK) << model << " " << config;
+  EXPECT_EQ(f.create(&handle, 2, argv), ZV2_RESULT_OK) << model;
   return handle;
 }
 
@@ -56,11 +44,10 @@ class Engines : public ::testing::TestWithParam<Family> {
 TEST_P(Engines, GenericPathCopiesTheFirstOutput) {
   const Family& f = GetParam();
   for (const char* model : {"passthrough", "flatten"}) {
-    uint32_t h = Create(f, std::string(model) + ".json", std::string(model) + ".cfg.json");
-    ASSERT_NE(h, 0u);
+    uint32_t h = Create(f, model);
     const float block[8] = {1, -2, 3.5f, 4, 5, 6, 7, 8.25f};
-    float out[8] = {};
     for (int repeat = 0; repeat < 3; ++repeat) {
+      float out[8] = {};
       ASSERT_EQ(f.apply(h, block, out), ZV2_RESULT_OK);
       for (int i = 0; i < 8; ++i) EXPECT_EQ(out[i], block[i]) << model << " " << i;
     }
@@ -74,37 +61,36 @@ TEST_P(Engines, GenericPathCopiesTheFirstOutput) {
 
 TEST_P(Engines, HandleLifeCycle) {
   const Family& f = GetParam();
-  uint32_t a = Create(f, "passthrough.json", "passthrough.cfg.json");
-  uint32_t b = Create(f, "passthrough.json", "passthrough.cfg.json");
-  ASSERT_NE(a, b);
+  uint32_t a = Create(f), b = Create(f);
   const uint32_t stale = a;
   ASSERT_EQ(f.destroy(&a), ZV2_RESULT_OK);
-  log.Clear();
-
-  // Destroying twice through the same variable: it holds 0 now.
-  EXPECT_EQ(f.destroy(&a), ZV2_RESULT_HANDLE_NOT_FOUND);
-  EXPECT_NE(log.Last().find("handle(0) not found."), std::string::npos);
-  // Through a stale copy: in range, not live.
-  uint32_t copy = stale;
+  EXPECT_EQ(f.destroy(&a), ZV2_RESULT_HANDLE_NOT_FOUND);  // the variable holds 0 now
+  EXPECT_TRUE(IsErrorLine(log.Last(), std::string("ZV2_Destory_") + f.name, "handle(0) not found."));
+  uint32_t copy = stale;  // in range, not live
   EXPECT_EQ(f.destroy(&copy), ZV2_RESULT_HANDLE_NOT_FOUND);
   EXPECT_NE(log.Last().find("handle(" + std::to_string(stale) + ") mismatched."), std::string::npos);
-  // Applying through a stale copy reaches the empty slot.
   float in[8] = {}, out[8] = {};
-  EXPECT_EQ(f.apply(stale, in, out), ZV2_RESULT_FAILED);
+  EXPECT_EQ(f.apply(stale, in, out), ZV2_RESULT_FAILED);  // the empty slot
   EXPECT_NE(log.Last().find("context is NULL."), std::string::npos);
 
-  // The slot freed last is given out first.
-  uint32_t c = Create(f, "passthrough.json", "passthrough.cfg.json");
-  EXPECT_EQ(c, stale);
+  uint32_t c = Create(f);
+  EXPECT_EQ(c, stale);                                // the slot freed last is given out first
   EXPECT_EQ(f.apply(stale, in, out), ZV2_RESULT_OK);  // no generation count: the stale copy works again
   EXPECT_EQ(f.destroy(&b), ZV2_RESULT_OK);
   EXPECT_EQ(f.destroy(&c), ZV2_RESULT_OK);
 }
 
-TEST_P(Engines, UnbuildableConfigurationsFailTheCreate) {
+TEST_P(Engines, UnbuildableConfigurationsFailTheCreateAndSayWhy) {
   const Family& f = GetParam();
-  const std::string m = Data("flatten.json");
-  for (const char* config : {"unknown_kernel.cfg.json", "missing_layer.cfg.json", "no_such_file.cfg.json"}) {
+  const std::string m = Data("flatten.json"), absent = Data("no_such_file.cfg.json");
+  const std::pair<const char*, std::string> cases[] = {
+      {"unknown_kernel.cfg.json", "Config Kernel <NoSuchKernel_M1> failed. Not in KERNEL REGISTRY"},
+      // The VAD engine tests for the missing net and returns -3 without a line of its own.
+      {"missing_layer.cfg.json", f.vad() ? "" : "The configuration lacks a layer of the model.\n"},
+      {"no_such_file.cfg.json", f.vad() ? "Load config occur err: file " + absent + " not found"
+                                        : "Error in opening the file [" + absent + "]."},
+  };
+  for (const auto& [config, reason] : cases) {
     log.Clear();
     const std::string c = Data(config);
     const char* argv[] = {m.c_str(), c.c_str()};
@@ -112,37 +98,38 @@ TEST_P(Engines, UnbuildableConfigurationsFailTheCreate) {
     EXPECT_EQ(f.create(&handle, 2, argv), ZV2_RESULT_FAILED) << config;
     EXPECT_EQ(handle, 1234u);
     ASSERT_FALSE(log.lines().empty());
-    EXPECT_NE(log.Last().find("load model failed."), std::string::npos);
+    EXPECT_TRUE(IsErrorLine(log.Last(), std::string("ZV2_Create_") + f.name, "load model failed."));
+    bool said = false;
+    for (const std::string& line : log.lines()) said |= line.find(reason) != std::string::npos;
+    EXPECT_TRUE(said) << config << ": " << log.lines()[0];
+    if (f.vad() && config == std::string("no_such_file.cfg.json")) {
+      EXPECT_EQ(log.lines().size(), 2u);  // a line and -8, no raise
+    }
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(BothFamilies, Engines, ::testing::Values(kDenoise, kVad),
-                         [](const ::testing::TestParamInfo<Family>& info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(BothFamilies, Engines, ::testing::Values(kDenoise, kVad), zvtest::FamilyName());
 
 // Every file of the bad corpus, as model or as configuration, fails the create of both engines with an Error
 // line and no crash; the process goes on.
 TEST(EngineLoad, BadFilesFailTheCreateCleanly) {
   LogCapture log;
   const std::string dir = std::string(ZELVA_TEST_DATA_DIR) + "/bad/";
-  std::ifstream manifest(dir + "MANIFEST");
-  ASSERT_TRUE(manifest.good());
   const std::string good_model = std::string(ZELVA_TEST_DATA_DIR) + "/models/tiny_model.json";
   const std::string good_cfg = std::string(ZELVA_TEST_DATA_DIR) + "/models/tiny_cfg.json";
+  std::ifstream manifest(dir + "MANIFEST");
   std::string line;
   int files = 0;
   while (std::getline(manifest, line)) {
     if (line.empty() || line[0] == '#') continue;
     const std::string file = dir + line.substr(0, line.find('\t'));
     const bool is_cfg = line.find("\tcfg\t") != std::string::npos;
-    const std::string model = is_cfg ? good_model : file;
-    const std::string cfg = is_cfg ? file : good_cfg;
+    const char* argv[] = {is_cfg ? good_model.c_str() : file.c_str(),
+                          is_cfg ? file.c_str() : good_cfg.c_str()};
     for (const Family* f : {&kDenoise, &kVad}) {
-      log.Clear();
-      const char* argv[] = {model.c_str(), cfg.c_str()};
       uint32_t handle = 77;
       EXPECT_EQ(f->create(&handle, 2, argv), ZV2_RESULT_FAILED) << f->name << " " << file;
       EXPECT_EQ(handle, 77u);
-      ASSERT_FALSE(log.lines().empty());
       EXPECT_NE(log.Last().find("load model failed."), std::string::npos) << f->name << " " << file;
     }
     ++files;
@@ -150,31 +137,9 @@ TEST(EngineLoad, BadFilesFailTheCreateCleanly) {
   EXPECT_GE(files, 15);
 }
 
-TEST(EngineLoad, UnknownKernelIsReportedAsNotInTheRegistry) {
-  LogCapture log;
-  const std::string m = Data("flatten.json"), c = Data("unknown_kernel.cfg.json");
-  const char* argv[] = {m.c_str(), c.c_str()};
-  uint32_t handle = 0;
-  ASSERT_EQ(ZV2_Create_AudioDenoise(&handle, 2, argv), ZV2_RESULT_FAILED);
-  bool found = false;
-  for (const auto& line : log.lines())
-    found |= line.find("Config Kernel <NoSuchKernel_M1> failed. Not in KERNEL REGISTRY") != std::string::npos;
-  EXPECT_TRUE(found);
-}
-
-TEST(EngineLoad, VadMissingConfigurationFile) {
-  LogCapture log;
-  const std::string m = Data("flatten.json"), c = Data("absent.cfg.json");
-  const char* argv[] = {m.c_str(), c.c_str()};
-  uint32_t handle = 0;
-  ASSERT_EQ(ZV2_Create_VAD(&handle, 2, argv), ZV2_RESULT_FAILED);
-  ASSERT_EQ(log.lines().size(), 2u);
-  EXPECT_NE(log.lines()[0].find("Load config occur err: file " + c + " not found"), std::string::npos);
-}
-
 TEST(DenoiseAttributes, FusedFlagWithoutTheFusedNetworkFailsUntilCleared) {
   LogCapture log;
-  uint32_t h = Create(kDenoise, "passthrough.json", "passthrough.cfg.json");
+  uint32_t h = Create(kDenoise);
   float in[8] = {1, 2, 3, 4, 5, 6, 7, 8}, out[8] = {};
   char value[4] = "x";
   EXPECT_EQ(ZV2_Get_AudioDenoise(h, "UseHyperspecific", value), ZV2_RESULT_OK);
@@ -185,9 +150,9 @@ TEST(DenoiseAttributes, FusedFlagWithoutTheFusedNetworkFailsUntilCleared) {
   EXPECT_EQ(ZV2_Set_AudioDenoise(h, "UseHyperspecific", "1"), ZV2_RESULT_OK);
   log.Clear();
   EXPECT_EQ(ZV2_Apply_AudioDenoise_CPU(h, in, out), ZV2_RESULT_FAILED);
-  ASSERT_GE(log.lines().size(), 2u);
-  EXPECT_TRUE(IsErrorLine(log.lines().back(), "ZV2_Apply_AudioDenoise_CPU", "apply failed."));
-  EXPECT_NE(log.lines()[log.lines().size() - 2].find("AudioDenoise apply cpu failed. Error: "), std::string::npos);
+  ASSERT_EQ(log.lines().size(), 3u);  // the assertion's, the engine's and the entry's
+  EXPECT_NE(log.lines()[1].find("AudioDenoise apply cpu failed. Error: "), std::string::npos);
+  EXPECT_TRUE(IsErrorLine(log.lines()[2], "ZV2_Apply_AudioDenoise_CPU", "apply failed."));
   EXPECT_EQ(ZV2_ReSet_AudioDenoise_RNN_State_CPU(h), ZV2_RESULT_FAILED);
 
   EXPECT_EQ(ZV2_Set_AudioDenoise(h, "UseHyperspecific", "1 "), ZV2_RESULT_OK);  // only "1" switches it on
@@ -198,106 +163,100 @@ TEST(DenoiseAttributes, FusedFlagWithoutTheFusedNetworkFailsUntilCleared) {
 
 TEST(VadMetrics, EveryTwoHundredFiftiethApplyLogsTheMeanTime) {
   LogCapture log;
-  uint32_t mask = 0;
-  ZV2_GetLogLevel(&mask);
   ZV2_SetLogLevel(ZV2_LOG_VERBOSE | ZV2_LOG_ERROR);
-  uint32_t h = Create(kVad, "passthrough.json", "passthrough.cfg.json");
+  uint32_t h = Create(kVad);
   float in[8] = {}, out[8] = {};
+  const std::string rule = "[ZELVA] (Verbose): [Metircs] " + std::string(64, '-');
   auto metrics_lines = [&] {
     int n = 0;
     for (const auto& line : log.lines()) n += line.find("[Metircs]") != std::string::npos;
     return n;
   };
-  for (int i = 0; i < 249; ++i) ASSERT_EQ(ZV2_Apply_VAD_CPU(h, in, out), ZV2_RESULT_OK);
-  EXPECT_EQ(ZV2_Apply_VAD_CPU(h, nullptr, out), ZV2_RESULT_INVALID_ARGUMENT);  // refused: not counted
-  EXPECT_EQ(metrics_lines(), 0);
-  ASSERT_EQ(ZV2_Apply_VAD_CPU(h, in, out), ZV2_RESULT_OK);  // the 250th
-  ASSERT_EQ(metrics_lines(), 3);
-  const auto& lines = log.lines();
-  EXPECT_EQ(lines[lines.size() - 3], "[ZELVA] (Verbose): [Metircs] "
-                                     "----------------------------------------------------------------");
-  EXPECT_EQ(lines[lines.size() - 2].rfind("[ZELVA] (Verbose): [Metircs] apply_cpu_m0: ", 0), 0u);
-  EXPECT_EQ(lines[lines.size() - 2].substr(lines[lines.size() - 2].size() - 3), " ms");
-  for (int i = 0; i < 249; ++i) ASSERT_EQ(ZV2_Apply_VAD_CPU(h, in, out), ZV2_RESULT_OK);
-  EXPECT_EQ(metrics_lines(), 3);
-  ASSERT_EQ(ZV2_Apply_VAD_CPU(h, in, out), ZV2_RESULT_OK);
-  EXPECT_EQ(metrics_lines(), 6);
-  ZV2_SetLogLevel(mask);
+  for (int round = 1; round <= 2; ++round) {
+    for (int i = 0; i < 249; ++i) ASSERT_EQ(ZV2_Apply_VAD_CPU(h, in, out), ZV2_RESULT_OK);
+    EXPECT_EQ(ZV2_Apply_VAD_CPU(h, nullptr, out), ZV2_RESULT_INVALID_ARGUMENT);  // refused: not counted
+    EXPECT_EQ(metrics_lines(), 3 * (round - 1));
+    ASSERT_EQ(ZV2_Apply_VAD_CPU(h, in, out), ZV2_RESULT_OK);  // the 250th of the round
+    ASSERT_EQ(metrics_lines(), 3 * round);
+    const std::string& mean = log.lines()[log.lines().size() - 2];
+    EXPECT_EQ(log.lines()[log.lines().size() - 3], rule);
+    EXPECT_EQ(mean.rfind("[ZELVA] (Verbose): [Metircs] apply_cpu_m0: ", 0), 0u) << mean;
+    EXPECT_EQ(mean.substr(mean.size() - 3), " ms");
+    EXPECT_EQ(log.Last(), rule);
+  }
+  ZV2_SetLogLevel(ZV2_LOG_DEFAULT_MASK);
   EXPECT_EQ(ZV2_Destory_VAD(&h), ZV2_RESULT_OK);
+}
+
+// A failed create returns everything it took: a thousand of them leave the resident size flat. They fail
+// late, on the missing configuration, after the model, the registry, the pools and (fused) the 4 MiB of the
+// fused network were allocated.
+size_t ResidentKiB() {
+  std::ifstream status("/proc/self/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.rfind("VmRSS:", 0) == 0) return std::stoul(line.substr(6));
+  }
+  ADD_FAILURE() << "no VmRSS in /proc/self/status";
+  return 0;
+}
+int32_t DropLine(const char*) {
+  return 0;
+}
+
+TEST(FailedCreate, LeavesTheResidentSizeFlat) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "the sanitizer holds freed memory back; LeakSanitizer checks this build instead";
+#endif
+  const std::string fused_model = std::string(ZELVA_SOURCE_DIR) + "/models/denoise.zvmod";
+  const std::string small_model = Data("passthrough.json"), absent = Data("absent.cfg.json");
+  const char* fused[] = {fused_model.c_str(), absent.c_str(), "1"};
+  const char* small[] = {small_model.c_str(), absent.c_str()};
+  ASSERT_EQ(ZV2_SetLogCallback(&DropLine), ZV2_RESULT_OK);
+  auto fail_creates = [&](int fused_creates, int small_creates) {
+    uint32_t handle = 0;
+    for (int i = 0; i < fused_creates; ++i)
+      ASSERT_EQ(ZV2_Create_AudioDenoise(&handle, 3, fused), ZV2_RESULT_FAILED);
+    for (int i = 0; i < small_creates; ++i) {
+      ASSERT_EQ(ZV2_Create_VAD(&handle, 2, small), ZV2_RESULT_FAILED);
+      ASSERT_EQ(ZV2_Create_AudioDenoise(&handle, 2, small), ZV2_RESULT_FAILED);
+    }
+  };
+  fail_creates(5, 20);  // the allocator's own first growth
+  const size_t before = ResidentKiB();
+  fail_creates(50, 475);
+  const size_t after = ResidentKiB();
+  LogCapture restore;
+  EXPECT_LT(after, before + 2048) << "resident KiB before " << before << ", after " << after;
 }
 
 // ---- Locks ------------------------------------------------------------------------------------------------
 
-// A sink that holds one chosen thread inside the callback, that is, inside its family's lock.
-std::mutex gate_mutex;
-std::condition_variable gate_cv;
-bool gate_open = false;
-std::atomic<bool> holder_inside{false};
-std::thread::id holder_id;
-int32_t GateSink(const char*) {
-  if (std::this_thread::get_id() == holder_id) {
-    holder_inside = true;
-    std::unique_lock<std::mutex> lock(gate_mutex);
-    gate_cv.wait(lock, [] { return gate_open; });
-  }
-  return 0;
-}
-
-TEST(Locks, OneFamilyIsSerialisedWhileTheOtherRuns) {
-  uint32_t denoise = Create(kDenoise, "passthrough.json", "passthrough.cfg.json");
-  uint32_t vad = Create(kVad, "passthrough.json", "passthrough.cfg.json");
-  ZV2_SetLogCallback(&GateSink);
-  float in[8] = {}, out[8] = {};
-
-  // The holder fails an argument check, so its error line runs the sink with the denoise lock held.
-  std::thread holder([&] {
-    holder_id = std::this_thread::get_id();
-    ZV2_Apply_AudioDenoise_CPU(denoise, nullptr, out);
-  });
-  while (!holder_inside) std::this_thread::yield();
-
-  std::atomic<bool> second_denoise_done{false};
-  std::thread waiter([&] {
-    ZV2_Apply_AudioDenoise_CPU(denoise, in, out);
-    second_denoise_done = true;
-  });
-  // A VAD call runs to the end while the denoise family is held.
-  float vad_out[8] = {};
-  EXPECT_EQ(ZV2_Apply_VAD_CPU(vad, in, vad_out), ZV2_RESULT_OK);
-  std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  EXPECT_FALSE(second_denoise_done);  // waits for the holder
-
-  {
-    std::lock_guard<std::mutex> lock(gate_mutex);
-    gate_open = true;
-  }
-  gate_cv.notify_all();
-  holder.join();
-  waiter.join();
-  EXPECT_TRUE(second_denoise_done);
-  LogCapture restore;
-  EXPECT_EQ(ZV2_Destory_AudioDenoise(&denoise), ZV2_RESULT_OK);
-  EXPECT_EQ(ZV2_Destory_VAD(&vad), ZV2_RESULT_OK);
-}
-
-// The GPU entries raise out of the library with a valid handle and leave their family locked for good; the
-// other family goes on. Run in a child process, which is lost afterwards.
+// The GPU entries raise the assertion's whole line, "Not Implemented." included, out of the library with a
+// valid handle, and leave their family locked for good: the next call of that family waits, while the other
+// family, with a lock of its own, goes on. Run in a child process, which is lost afterwards. (That one
+// family's calls never overlap is checked on the handle table itself, in handle_table_test.cc.)
 TEST(Locks, GpuEntryRaisesAndLeavesItsFamilyLocked) {
   for (const Family* f : {&kDenoise, &kVad}) {
     const Family& other = f == &kDenoise ? kVad : kDenoise;
-    uint32_t h = Create(*f, "passthrough.json", "passthrough.cfg.json");
-    uint32_t o = Create(other, "passthrough.json", "passthrough.cfg.json");
+    uint32_t h = Create(*f), o = Create(other);
     const pid_t pid = fork();
     ASSERT_GE(pid, 0);
     if (pid == 0) {
+      alarm(10);  // a call that hangs fails the test instead of the run
       float in[8] = {}, out[8] = {};
-      int code = 0;
+      int code = 10;  // did not raise
       try {
         f->apply_gpu(h, in, out);
-        code = 10;
-      } catch (const std::runtime_error&) {
+      } catch (const std::runtime_error& e) {
+        const std::string what = e.what(), tail = "Not Implemented.\n";
+        const bool whole = what.rfind("[ZELVA]: Assert Failed in FUNCTION<", 0) == 0 &&
+                           what.size() > tail.size() &&
+                           what.compare(what.size() - tail.size(), tail.size(), tail) == 0;
+        if (!whole) std::fprintf(stderr, "exception text: %s\n", what.c_str());
+        code = whole ? 0 : 11;
       }
-      if (other.apply(o, in, out) != ZV2_RESULT_OK) code = 11;
+      if (other.apply(o, in, out) != ZV2_RESULT_OK) code = 12;
       std::atomic<bool> returned{false};
       std::thread blocked([&] {
         float local_out[8];
@@ -306,8 +265,7 @@ TEST(Locks, GpuEntryRaisesAndLeavesItsFamilyLocked) {
       });
       blocked.detach();
       std::this_thread::sleep_for(std::chrono::milliseconds(200));
-      if (returned) code = 12;
-      _exit(code);
+      _exit(returned ? 13 : code);
     }
     int status = 0;
     ASSERT_EQ(waitpid(pid, &status, 0), pid);
@@ -318,20 +276,14 @@ TEST(Locks, GpuEntryRaisesAndLeavesItsFamilyLocked) {
   }
 }
 
-// Handle numbers of a fresh process: the two families count apart. The checks run in a new process of this
-// binary, since other tests here have already used both tables.
+// The two families count their handles apart: in a fresh process (a new run of this binary, since other
+// tests here have used both tables) the first engine of each gets handle 1.
 TEST(FreshProcess, FamiliesAreNumberedApart) {
   if (std::getenv("ZELVA_FRESH_PROCESS") != nullptr) {
-    uint32_t d = Create(kDenoise, "passthrough.json", "passthrough.cfg.json");
-    uint32_t v = Create(kVad, "passthrough.json", "passthrough.cfg.json");
+    uint32_t d = Create(kDenoise), v = Create(kVad);
     EXPECT_EQ(d, 1u);
     EXPECT_EQ(v, 1u);
-    uint32_t d2 = Create(kDenoise, "passthrough.json", "passthrough.cfg.json");
-    EXPECT_EQ(d2, 2u);
     EXPECT_EQ(ZV2_Destory_AudioDenoise(&d), ZV2_RESULT_OK);
-    uint32_t d3 = Create(kDenoise, "passthrough.json", "passthrough.cfg.json");
-    EXPECT_EQ(d3, 1u);  // create, create, destroy the first, create: handle 1 again
-    for (uint32_t* h : {&d2, &d3}) EXPECT_EQ(ZV2_Destory_AudioDenoise(h), ZV2_RESULT_OK);
     EXPECT_EQ(ZV2_Destory_VAD(&v), ZV2_RESULT_OK);
     return;
   }

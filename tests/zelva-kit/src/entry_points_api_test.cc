@@ -1,77 +1,30 @@
 // Argument checks, their order and codes, of both product families, through the public header only.
 #include <gtest/gtest.h>
-
-#include <cstdio>
-#include <string>
-
 #include <unistd.h>
 
+#include <cstdio>
+#include <functional>
+#include <string>
+
+#include "support/families.h"
 #include "support/log_capture.h"
-#include "zv2.h"
 
 namespace {
 
+using zvtest::Family;
 using zvtest::IsErrorLine;
+using zvtest::kDenoise;
+using zvtest::kVad;
 using zvtest::LogCapture;
-
-struct Family {
-  const char* name;
-  _ZV2_Result (*create)(uint32_t*, int32_t, const char**);
-  _ZV2_Result (*create_stream)(void);
-  _ZV2_Result (*destroy)(uint32_t*);
-  _ZV2_Result (*apply)(uint32_t, const void*, void*);
-  _ZV2_Result (*apply_gpu)(uint32_t, const void*, void*);
-  _ZV2_Result (*reset)(uint32_t);
-  _ZV2_Result (*set)(uint32_t, const char*, const char*);
-  _ZV2_Result (*get)(uint32_t, const char*, void*);
-  const char* create_fn;
-  const char* destroy_fn;
-  const char* apply_fn;
-  const char* apply_gpu_fn;
-  const char* reset_fn;
-  const char* set_fn;
-  const char* get_fn;
-};
-
-const Family kDenoise{"Denoise",
-                      ZV2_Create_AudioDenoise,
-                      ZV2_Create_AudioDenoise_DataStream,
-                      ZV2_Destory_AudioDenoise,
-                      ZV2_Apply_AudioDenoise_CPU,
-                      ZV_Apply_AudioDenoise_GPU,
-                      ZV2_ReSet_AudioDenoise_RNN_State_CPU,
-                      ZV2_Set_AudioDenoise,
-                      ZV2_Get_AudioDenoise,
-                      "ZV2_Create_AudioDenoise",
-                      "ZV2_Destory_AudioDenoise",
-                      "ZV2_Apply_AudioDenoise_CPU",
-                      "ZV_Apply_AudioDenoise_GPU",
-                      "ZV2_ReSet_AudioDenoise_RNN_State_CPU",
-                      "ZV2_Set_AudioDenoise",
-                      "ZV2_Get_AudioDenoise"};
-const Family kVad{"Vad",
-                  ZV2_Create_VAD,
-                  ZV2_Create_VAD_DataStream,
-                  ZV2_Destory_VAD,
-                  ZV2_Apply_VAD_CPU,
-                  ZV_Apply_VAD_GPU,
-                  ZV2_ReSet_VAD_RNN_State_CPU,
-                  ZV2_Set_VAD,
-                  ZV2_Get_VAD,
-                  "ZV2_Create_VAD",
-                  "ZV2_Destory_VAD",
-                  "ZV2_Apply_VAD_CPU",
-                  "ZV_Apply_VAD_GPU",
-                  "ZV2_ReSet_VAD_RNN_State_CPU",
-                  "ZV2_Set_VAD",
-                  "ZV2_Get_VAD"};
-
-void PrintTo(const Family& f, std::ostream* os) { *os << f.name; }
 
 class EntryPoints : public ::testing::TestWithParam<Family> {
  protected:
-  // Handles 0 and far beyond any table.
-  void ExpectOneError(const char* function, const std::string& message) {
+  // Exactly one Error line, from `entry` ("Create" stands for ZV2_Create_<family>), with `message`.
+  void ExpectOneError(const std::string& entry, const std::string& message) {
+    const Family& f = GetParam();
+    std::string function = "ZV2_" + entry + "_" + f.name;
+    if (entry == "Apply" || entry == "ReSet") function += entry == "Apply" ? "_CPU" : "_RNN_State_CPU";
+    if (entry == "GPU") function = std::string("ZV_Apply_") + f.name + "_GPU";
     ASSERT_EQ(log.lines().size(), 1u) << (log.lines().empty() ? "" : log.lines()[0]);
     EXPECT_TRUE(IsErrorLine(log.lines()[0], function, message)) << log.lines()[0];
     log.Clear();
@@ -81,170 +34,135 @@ class EntryPoints : public ::testing::TestWithParam<Family> {
   float out[8] = {};
 };
 
-TEST_P(EntryPoints, CreateRefusesArgcBelowOneAndLeavesHandle) {
+TEST_P(EntryPoints, CreateChecks) {
   const Family& f = GetParam();
   uint32_t handle = 77;
   const char* argv[] = {"model.json", "cfg.json"};
   EXPECT_EQ(f.create(&handle, 0, argv), ZV2_RESULT_INVALID_ARGUMENT);
-  ExpectOneError(f.create_fn, "argc(0) must be > 0.");
+  ExpectOneError("Create", "argc(0) must be > 0.");
   EXPECT_EQ(f.create(&handle, -5, argv), ZV2_RESULT_INVALID_ARGUMENT);
-  ExpectOneError(f.create_fn, "argc(-5) must be > 0.");
+  ExpectOneError("Create", "argc(-5) must be > 0.");
   EXPECT_EQ(handle, 77u);
-}
-
-TEST_P(EntryPoints, FailedCreateGivesTwoErrorLinesAndLeavesHandle) {
-  const Family& f = GetParam();
-  uint32_t handle = 5;
-  const char* argv[] = {"/nonexistent/model.json", "/nonexistent/cfg.json"};
-  EXPECT_EQ(f.create(&handle, 2, argv), ZV2_RESULT_FAILED);
-  EXPECT_EQ(handle, 5u);
-  // The engine's own line, then the entry's.
-  ASSERT_GE(log.lines().size(), 2u);
-  const auto& lines = log.lines();
-  EXPECT_NE(lines[lines.size() - 2].find("]: Error in FUNCTION<zelva::"), std::string::npos);
-  EXPECT_TRUE(IsErrorLine(lines.back(), f.create_fn, "load model failed.")) << lines.back();
-}
-
-TEST_P(EntryPoints, DataStreamStubFailsSilently) {
-  EXPECT_EQ(GetParam().create_stream(), ZV2_RESULT_FAILED);
+  EXPECT_EQ(f.create(nullptr, 2, argv), ZV2_RESULT_INVALID_ARGUMENT);
+  ExpectOneError("Create", "handle is NULL.");
+  EXPECT_EQ(f.destroy(nullptr), ZV2_RESULT_INVALID_ARGUMENT);
+  ExpectOneError("Destory", "handle is NULL.");
+  EXPECT_EQ(f.create_stream(), ZV2_RESULT_FAILED);  // the stub logs nothing
   EXPECT_TRUE(log.lines().empty());
 }
 
-TEST_P(EntryPoints, HandleChecks) {
+// A model that the loader refuses on a missing key: the assertion's own line, the engine's line with the
+// assertion's text (the reason included), the entry's line.
+TEST_P(EntryPoints, FailedCreateSaysWhyTwice) {
   const Family& f = GetParam();
+  const std::string model = std::string(ZELVA_TEST_DATA_DIR) + "/bad/missing_layer_id.json";
+  const char* argv[] = {model.c_str(), "/nonexistent/cfg.json"};
+  uint32_t handle = 5;
+  EXPECT_EQ(f.create(&handle, 2, argv), ZV2_RESULT_FAILED);
+  EXPECT_EQ(handle, 5u);
+  const auto& lines = log.lines();
+  ASSERT_EQ(lines.size(), 3u);
+  const std::string reason = "missing string member \"id\".\n";
+  EXPECT_NE(lines[0].find("]: Assert Failed in FUNCTION<"), std::string::npos) << lines[0];
+  EXPECT_EQ(lines[0].substr(lines[0].size() - reason.size()), reason);
+  const std::string engine =
+      f.vad() ? "zelva::dlvad::VAD::Load" : "zelva::dlaudiodenoise::AudioDenoise::Load";
+  EXPECT_TRUE(IsErrorLine(lines[1], engine, "")) << lines[1];
+  EXPECT_NE(lines[1].find(std::string(f.vad() ? "VAD" : "AudioDenoise") +
+                          " load models failed. Error: [ZELVA]: Assert Failed in FUNCTION<"),
+            std::string::npos)
+      << lines[1];
+  EXPECT_EQ(lines[1].substr(lines[1].size() - reason.size() - 1), reason + "\n") << lines[1];
+  EXPECT_TRUE(IsErrorLine(lines[2], std::string("ZV2_Create_") + f.name, "load model failed.")) << lines[2];
+}
+
+// Pointer, name and value checks come before the handle's, so a bad handle still gets -3; then the handle.
+TEST_P(EntryPoints, ChecksInTheirOrder) {
+  const Family& f = GetParam();
+  constexpr _ZV2_Result kInvalid = ZV2_RESULT_INVALID_ARGUMENT, kNotFound = ZV2_RESULT_HANDLE_NOT_FOUND;
+  struct Call {
+    const char* entry;
+    std::function<_ZV2_Result(uint32_t)> call;
+    _ZV2_Result code;
+    const char* message;  // null: "handle(%u) not found."
+  };
+  const Call calls[] = {
+      {"Apply", [&](uint32_t h) { return f.apply(h, nullptr, nullptr); }, kInvalid, "input is NULL."},
+      {"Apply", [&](uint32_t h) { return f.apply(h, in, nullptr); }, kInvalid, "output is NULL."},
+      {"GPU", [&](uint32_t h) { return f.apply_gpu(h, nullptr, out); }, kInvalid, "input is NULL."},
+      {"GPU", [&](uint32_t h) { return f.apply_gpu(h, in, nullptr); }, kInvalid, "output is NULL."},
+      {"Set", [&](uint32_t h) { return f.set(h, "", "1"); }, kInvalid, "name is null or empty."},
+      {"Set", [&](uint32_t h) { return f.set(h, nullptr, nullptr); }, kInvalid, "name is null or empty."},
+      {"Set", [&](uint32_t h) { return f.set(h, "UseHyperspecific", nullptr); }, kInvalid, "value is null."},
+      {"Get", [&](uint32_t h) { return f.get(h, "", out); }, kInvalid, "name is null or empty."},
+      {"Get", [&](uint32_t h) { return f.get(h, "x", nullptr); }, kInvalid, "value is null."},
+      {"Apply", [&](uint32_t h) { return f.apply(h, in, out); }, kNotFound, nullptr},
+      {"GPU", [&](uint32_t h) { return f.apply_gpu(h, in, out); }, kNotFound, nullptr},
+      {"ReSet", [&](uint32_t h) { return f.reset(h); }, kNotFound, nullptr},
+      {"Set", [&](uint32_t h) { return f.set(h, "UseHyperspecific", "1"); }, kNotFound, nullptr},
+      {"Get", [&](uint32_t h) { return f.get(h, "x", out); }, kNotFound, nullptr},
+      {"Destory",
+       [&](uint32_t h) {
+         uint32_t copy = h;
+         const _ZV2_Result result = f.destroy(&copy);
+         EXPECT_EQ(copy, h);
+         return result;
+       },
+       kNotFound, nullptr},
+  };
   for (uint32_t h : {0u, 4000000000u}) {
-    const std::string not_found = "handle(" + std::to_string(h) + ") not found.";
-    EXPECT_EQ(f.apply(h, in, out), ZV2_RESULT_HANDLE_NOT_FOUND);
-    ExpectOneError(f.apply_fn, not_found);
-    EXPECT_EQ(f.apply_gpu(h, in, out), ZV2_RESULT_HANDLE_NOT_FOUND);
-    ExpectOneError(f.apply_gpu_fn, not_found);
-    EXPECT_EQ(f.reset(h), ZV2_RESULT_HANDLE_NOT_FOUND);
-    ExpectOneError(f.reset_fn, not_found);
-    EXPECT_EQ(f.set(h, "UseHyperspecific", "1"), ZV2_RESULT_HANDLE_NOT_FOUND);
-    ExpectOneError(f.set_fn, not_found);
-    EXPECT_EQ(f.get(h, "x", out), ZV2_RESULT_HANDLE_NOT_FOUND);
-    ExpectOneError(f.get_fn, not_found);
-    uint32_t copy = h;
-    EXPECT_EQ(f.destroy(&copy), ZV2_RESULT_HANDLE_NOT_FOUND);
-    ExpectOneError(f.destroy_fn, not_found);
-    EXPECT_EQ(copy, h);
+    for (const Call& c : calls) {
+      SCOPED_TRACE(testing::Message() << c.entry << " " << h << " " << (c.message ? c.message : ""));
+      EXPECT_EQ(c.call(h), c.code);
+      ExpectOneError(c.entry, c.message ? c.message : "handle(" + std::to_string(h) + ") not found.");
+    }
   }
 }
 
-TEST_P(EntryPoints, PointerChecksComeBeforeTheHandle) {
-  const Family& f = GetParam();
-  const uint32_t bad = 12345;
-  EXPECT_EQ(f.apply(bad, nullptr, out), ZV2_RESULT_INVALID_ARGUMENT);
-  ExpectOneError(f.apply_fn, "input is NULL.");
-  EXPECT_EQ(f.apply(bad, nullptr, nullptr), ZV2_RESULT_INVALID_ARGUMENT);
-  ExpectOneError(f.apply_fn, "input is NULL.");
-  EXPECT_EQ(f.apply(bad, in, nullptr), ZV2_RESULT_INVALID_ARGUMENT);
-  ExpectOneError(f.apply_fn, "output is NULL.");
-  EXPECT_EQ(f.apply_gpu(bad, nullptr, out), ZV2_RESULT_INVALID_ARGUMENT);
-  ExpectOneError(f.apply_gpu_fn, "input is NULL.");
-  EXPECT_EQ(f.apply_gpu(bad, in, nullptr), ZV2_RESULT_INVALID_ARGUMENT);
-  ExpectOneError(f.apply_gpu_fn, "output is NULL.");
-}
-
-TEST_P(EntryPoints, NameAndValueChecksComeBeforeTheHandle) {
-  const Family& f = GetParam();
-  const uint32_t bad = 0;
-  EXPECT_EQ(f.set(bad, "", "1"), ZV2_RESULT_INVALID_ARGUMENT);
-  ExpectOneError(f.set_fn, "name is null or empty.");
-  EXPECT_EQ(f.set(bad, nullptr, nullptr), ZV2_RESULT_INVALID_ARGUMENT);
-  ExpectOneError(f.set_fn, "name is null or empty.");
-  EXPECT_EQ(f.set(bad, "UseHyperspecific", nullptr), ZV2_RESULT_INVALID_ARGUMENT);
-  ExpectOneError(f.set_fn, "value is null.");
-  EXPECT_EQ(f.get(bad, "", out), ZV2_RESULT_INVALID_ARGUMENT);
-  ExpectOneError(f.get_fn, "name is null or empty.");
-  EXPECT_EQ(f.get(bad, "x", nullptr), ZV2_RESULT_INVALID_ARGUMENT);
-  ExpectOneError(f.get_fn, "value is null.");
-}
-
-TEST_P(EntryPoints, NullHandlePointersAreRefused) {
-  const Family& f = GetParam();
-  const char* argv[] = {"m.json", "c.json"};
-  EXPECT_EQ(f.create(nullptr, 2, argv), ZV2_RESULT_INVALID_ARGUMENT);
-  ExpectOneError(f.create_fn, "handle is NULL.");
-  EXPECT_EQ(f.destroy(nullptr), ZV2_RESULT_INVALID_ARGUMENT);
-  ExpectOneError(f.destroy_fn, "handle is NULL.");
-}
-
-INSTANTIATE_TEST_SUITE_P(BothFamilies, EntryPoints, ::testing::Values(kDenoise, kVad),
-                         [](const ::testing::TestParamInfo<Family>& info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(BothFamilies, EntryPoints, ::testing::Values(kDenoise, kVad), zvtest::FamilyName());
 
 // ---- Engine-specific load checks that need no model -------------------------------------------------------
 
-class TempFile {
- public:
-  explicit TempFile(const std::string& name) : path_(::testing::TempDir() + name) {
-    std::FILE* f = std::fopen(path_.c_str(), "wb");
-    std::fputs("{}", f);
-    std::fclose(f);
-  }
-  ~TempFile() { std::remove(path_.c_str()); }
-  const char* c_str() const { return path_.c_str(); }
-
- private:
-  std::string path_;
-};
-
-TEST(VadLoad, RefusesAnyArgumentCountButTwo) {
+TEST(VadLoad, RefusesAnyArgumentCountButTwoAndAMissingModelWithoutException) {
   LogCapture log;
   uint32_t handle = 9;
-  const char* argv[] = {"m.json", "c.json", "1"};
-  for (int32_t argc : {1, 3}) {
+  const char* argv[] = {"/no/such/dir/vad.zvmod", "c.json", "1"};
+  for (int32_t argc : {1, 3, 2}) {
     log.Clear();
     EXPECT_EQ(ZV2_Create_VAD(&handle, argc, argv), ZV2_RESULT_FAILED);
     ASSERT_EQ(log.lines().size(), 2u);
     EXPECT_TRUE(IsErrorLine(log.lines()[0], "zelva::dlvad::VAD::PrivateMembers::Load",
-                            "VAD::Invalid parameter num."))
+                            argc == 2 ? "Load Model occur err: file /no/such/dir/vad.zvmod not found"
+                                      : "VAD::Invalid parameter num."))
         << log.lines()[0];
     EXPECT_TRUE(IsErrorLine(log.lines()[1], "ZV2_Create_VAD", "load model failed."));
   }
   EXPECT_EQ(handle, 9u);
 }
 
-TEST(VadLoad, MissingModelFileIsOneLineWithoutException) {
+// A path shorter than the five characters of ".json" fails on the suffix test.
+TEST(ShortPath, FailsOnTheSuffixTest) {
   LogCapture log;
-  uint32_t handle = 0;
-  const char* argv[] = {"/no/such/dir/vad.zvmod", "/no/such/cfg.json"};
-  EXPECT_EQ(ZV2_Create_VAD(&handle, 2, argv), ZV2_RESULT_FAILED);
-  ASSERT_EQ(log.lines().size(), 2u);
-  EXPECT_TRUE(IsErrorLine(log.lines()[0], "zelva::dlvad::VAD::PrivateMembers::Load",
-                          "Load Model occur err: file /no/such/dir/vad.zvmod not found"))
-      << log.lines()[0];
-  EXPECT_EQ(handle, 0u);
-}
-
-TEST(VadLoad, ShortExistingPathFailsOnTheSuffixTest) {
-  LogCapture log;
-  TempFile file("ab");
-  // The file exists but its path is checked with a five-character tail; run from the temp dir so that the
-  // relative path is two characters long.
   const std::string dir = ::testing::TempDir();
+  std::FILE* file = std::fopen((dir + "ab").c_str(), "wb");  // VAD tests that the file exists first
+  ASSERT_NE(file, nullptr);
+  std::fclose(file);
   char previous[4096];
   ASSERT_NE(getcwd(previous, sizeof previous), nullptr);
   ASSERT_EQ(chdir(dir.c_str()), 0);
-  uint32_t handle = 0;
   const char* argv[] = {"ab", "cfg.json"};
+  uint32_t handle = 0;
   EXPECT_EQ(ZV2_Create_VAD(&handle, 2, argv), ZV2_RESULT_FAILED);
+  EXPECT_EQ(ZV2_Create_AudioDenoise(&handle, 2, argv), ZV2_RESULT_FAILED);
   ASSERT_EQ(chdir(previous), 0);
-  ASSERT_EQ(log.lines().size(), 2u);
+  std::remove((dir + "ab").c_str());
+  ASSERT_EQ(log.lines().size(), 4u);
   EXPECT_TRUE(IsErrorLine(log.lines()[0], "zelva::dlvad::VAD::Load",
                           "VAD load models failed. Error: invalid string position"))
       << log.lines()[0];
-}
-
-TEST(DenoiseLoad, ShortPathFailsOnTheSuffixTest) {
-  LogCapture log;
-  uint32_t handle = 0;
-  const char* argv[] = {"a.js", "cfg.json"};
-  EXPECT_EQ(ZV2_Create_AudioDenoise(&handle, 2, argv), ZV2_RESULT_FAILED);
-  ASSERT_EQ(log.lines().size(), 2u);
-  EXPECT_TRUE(IsErrorLine(log.lines()[0], "zelva::dlaudiodenoise::AudioDenoise::Load",
+  EXPECT_TRUE(IsErrorLine(log.lines()[2], "zelva::dlaudiodenoise::AudioDenoise::Load",
                           "AudioDenoise load models failed. Error: invalid string position"))
-      << log.lines()[0];
+      << log.lines()[2];
 }
 
 }  // namespace

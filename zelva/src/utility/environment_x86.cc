@@ -4,10 +4,8 @@
 
 #include <atomic>
 #include <cstring>
-#include <mutex>
 
 #include "zelva/src/utility/logging.h"
-#include "zv2_common.h"
 
 namespace zelva {
 namespace utility {
@@ -107,9 +105,6 @@ constexpr FeatureRow kFeatureRows[] = {
 };
 // clang-format on
 static_assert(sizeof(kFeatureRows) / sizeof(kFeatureRows[0]) == 51, "the report has 51 features");
-
-// Guards the report of the two exported checks, so that concurrent callers' reports don't interleave.
-std::mutex report_mutex;
 
 }  // namespace
 
@@ -249,26 +244,3 @@ void EnvironmentX86::ReportInstructionSupported() const {
 
 }  // namespace utility
 }  // namespace zelva
-
-extern "C" {
-
-ZV2_API _ZV2_Result ZV2_CheckIsaAVX(void) {
-  std::lock_guard<std::mutex> lock(zelva::utility::report_mutex);
-  const zelva::utility::EnvironmentX86& environment = zelva::utility::EnvironmentX86::Instance();
-  environment.ReportInstructionSupported();
-  return environment.IsAvxUsable() ? ZV2_RESULT_OK : ZV2_RESULT_FAILED;
-}
-
-ZV2_API _ZV2_Result ZV2_CheckIsaSupported(uint32_t* isa_flags) {
-  std::lock_guard<std::mutex> lock(zelva::utility::report_mutex);
-  if (isa_flags == nullptr) {
-    ZV_LOG(zelva::utility::kLogError, "isa_flags is null.");
-    return ZV2_RESULT_INVALID_ARGUMENT;
-  }
-  const zelva::utility::EnvironmentX86& environment = zelva::utility::EnvironmentX86::Instance();
-  environment.ReportInstructionSupported();
-  if (environment.IsSseSupported()) *isa_flags |= 1u;
-  return ZV2_RESULT_OK;
-}
-
-}  // extern "C"

@@ -1,6 +1,6 @@
 // What the processor says about itself: CPUID leaves and the OS-enabled register state (XCR0), read once
-// when the library is loaded. The exported ZV2_CheckIsaAVX / ZV2_CheckIsaSupported answer from it and log
-// a report of the features on every call.
+// when the library is loaded. The exported ZV2_CheckIsaAVX / ZV2_CheckIsaSupported (zelva-kit/src/zv2_isa.cc)
+// answer from it and log a report of the features on every call.
 //
 // Nothing in the library chooses a kernel from these answers: they exist for the host. The one use inside is
 // a guard: net construction refuses a kernel that needs AVX when AvxUsableForKernels() says no, so that such

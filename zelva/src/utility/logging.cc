@@ -1,8 +1,10 @@
 #include "zelva/src/utility/logging.h"
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <stdexcept>
 
 namespace zelva {
@@ -16,28 +18,63 @@ int32_t WriteToStdout(const char* text) {
   return 0;
 }
 
-// No lock guards this state: a host sets mask, tag and sink before it creates anything.
-uint32_t log_level_mask = kDefaultLogLevelMask;
+// The mask and the sink are read on every call and may be changed by a host at any time: atomics. The tag and
+// the shared message buffer sit behind one small lock of the logger's own, held only to copy text in or out,
+// never while formatting or while the sink runs (so a sink may itself log).
+std::atomic<uint32_t> log_level_mask{kDefaultLogLevelMask};
+std::atomic<LogCallback> log_callback{&WriteToStdout};
+std::mutex& LogStateMutex() {
+  static std::mutex* mutex = new std::mutex();  // never destroyed: usable during static teardown
+  return *mutex;
+}
 std::string& LogTagStorage() {
   static std::string* tag = new std::string("ZELVA");  // never destroyed: usable during static teardown
   return *tag;
 }
-LogCallback log_callback = &WriteToStdout;
 char log_message_buffer[kLogMessageBufferSize];
 
+// One message, formatted by its own caller: vsnprintf truncates to 2,047 characters and terminates.
+struct Message {
+  char text[kLogMessageBufferSize];
+  void Format(const char* format, va_list args) {
+    std::vsnprintf(text, kLogMessageBufferSize, format, args);
+    text[kLogMessageBufferSize - 1] = '\0';
+  }
+};
+
+// Copies a formatted message into the shared buffer and returns the tag to compose its line with.
+std::string Publish(const Message& message) {
+  std::lock_guard<std::mutex> lock(LogStateMutex());
+  std::memcpy(log_message_buffer, message.text, std::strlen(message.text) + 1);
+  return LogTagStorage();
+}
+
+std::string SharedMessage() {
+  std::lock_guard<std::mutex> lock(LogStateMutex());
+  return std::string(log_message_buffer);
+}
+
+std::string Tag() {
+  std::lock_guard<std::mutex> lock(LogStateMutex());
+  return LogTagStorage();
+}
+
+// Runs the sink on the calling thread, outside every lock of the logger.
 void Deliver(const std::string& line) {
-  if (log_callback != nullptr) {
-    log_callback(line.c_str());
+  const LogCallback callback = log_callback.load(std::memory_order_acquire);
+  if (callback != nullptr) {
+    callback(line.c_str());
   } else {
     WriteToStdout(line.c_str());
   }
 }
 
-std::string PlaceDecoration(const char* what, const char* function, const char* file, int32_t line) {
+std::string PlaceDecoration(const std::string& tag, const char* what, const char* function, const char* file,
+                            int32_t line) {
   std::string text;
   text.reserve(128);
   text += '[';
-  text += LogTagStorage();
+  text += tag;
   text += what;
   text += QualifiedFunctionName(function);
   text += ">, FILE<";
@@ -96,57 +133,78 @@ std::string QualifiedFunctionName(const char* pretty) {
   return std::string(pretty + begin, end - begin);
 }
 
-std::string Log(uint32_t level, const char* function, const char* file, int32_t line, const char* format, ...) {
+std::string Log(uint32_t level, const char* function, const char* file, int32_t line, const char* format,
+                ...) {
   const bool known = level == kLogVerbose || level == kLogInfo || level == kLogWarnning || level == kLogError;
-  if (known && (log_level_mask & level) != 0) {
-    va_list args;
-    va_start(args, format);
-    std::vsnprintf(log_message_buffer, kLogMessageBufferSize, format, args);
-    va_end(args);
-    log_message_buffer[kLogMessageBufferSize - 1] = '\0';
-
-    std::string text;
-    switch (level) {
-      case kLogVerbose:
-        text = "[" + LogTagStorage() + "] (Verbose): " + log_message_buffer;
-        break;
-      case kLogInfo:
-        text = "[" + LogTagStorage() + "] (Info): " + log_message_buffer;
-        break;
-      case kLogWarnning:
-        text = "[" + LogTagStorage() + "] (Warnning): " + log_message_buffer;
-        break;
-      default:
-        text = PlaceDecoration("]: Error in FUNCTION<", function, file, line);
-        text += log_message_buffer;
-        text += '\n';
-        break;
-    }
-    Deliver(text);
+  if (!known || (log_level_mask.load(std::memory_order_relaxed) & level) == 0) {
+    return SharedMessage();  // the last message shown, by any thread
   }
-  return std::string(log_message_buffer);
+  Message message;
+  va_list args;
+  va_start(args, format);
+  message.Format(format, args);
+  va_end(args);
+  const std::string tag = Publish(message);
+
+  std::string text;
+  switch (level) {
+    case kLogVerbose:
+      text = "[" + tag + "] (Verbose): " + message.text;
+      break;
+    case kLogInfo:
+      text = "[" + tag + "] (Info): " + message.text;
+      break;
+    case kLogWarnning:
+      text = "[" + tag + "] (Warnning): " + message.text;
+      break;
+    default:
+      text = PlaceDecoration(tag, "]: Error in FUNCTION<", function, file, line);
+      text += message.text;
+      text += '\n';
+      break;
+  }
+  Deliver(text);
+  return std::string(message.text);
 }
 
 void Assert(const char* function, const char* file, int32_t line, bool condition, const char* format, ...) {
   if (condition) return;
-  std::string text = PlaceDecoration("]: Assert Failed in FUNCTION<", function, file, line);
-  if (format != nullptr) {
-    va_list args;
-    va_start(args, format);
-    std::vsnprintf(log_message_buffer, kLogMessageBufferSize, format, args);
-    va_end(args);
-    log_message_buffer[kLogMessageBufferSize - 1] = '\0';
-    Deliver(text + log_message_buffer + "\n");
+  if (format == nullptr) {
+    throw std::runtime_error(PlaceDecoration(Tag(), "]: Assert Failed in FUNCTION<", function, file, line));
   }
+  Message message;
+  va_list args;
+  va_start(args, format);
+  message.Format(format, args);
+  va_end(args);
+  std::string text = PlaceDecoration(Publish(message), "]: Assert Failed in FUNCTION<", function, file, line);
+  text += message.text;
+  text += '\n';
+  Deliver(text);
+  // The exception carries the whole line, message included, so that the engine's own Error line says why.
   throw std::runtime_error(text);
 }
 
-uint32_t GetLogLevelMask() { return log_level_mask; }
-void SetLogLevelMask(uint32_t mask) { log_level_mask = mask; }
-void SetLogCallback(LogCallback callback) { log_callback = callback; }
-LogCallback GetLogCallback() { return log_callback; }
-void SetLogTag(const char* tag) { LogTagStorage() = tag; }
-std::string GetLogTag() { return LogTagStorage(); }
+uint32_t GetLogLevelMask() {
+  return log_level_mask.load(std::memory_order_relaxed);
+}
+void SetLogLevelMask(uint32_t mask) {
+  log_level_mask.store(mask, std::memory_order_relaxed);
+}
+void SetLogCallback(LogCallback callback) {
+  log_callback.store(callback, std::memory_order_release);
+}
+LogCallback GetLogCallback() {
+  return log_callback.load(std::memory_order_acquire);
+}
+void SetLogTag(const char* tag) {
+  std::string copy(tag);
+  std::lock_guard<std::mutex> lock(LogStateMutex());
+  LogTagStorage().swap(copy);
+}
+std::string GetLogTag() {
+  return Tag();
+}
 
 }  // namespace utility
 }  // namespace zelva

@@ -1,4 +1,4 @@
-// Exported logging controls.
+// Exported logging controls: the host's side of the logger (zelva/src/utility/logging).
 #include "zelva/src/utility/logging.h"
 #include "zv2_common.h"
 
