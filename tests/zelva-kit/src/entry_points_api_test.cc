@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <string>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "support/log_capture.h"
@@ -66,7 +67,9 @@ const Family kVad{"Vad",
                   "ZV2_Set_VAD",
                   "ZV2_Get_VAD"};
 
-void PrintTo(const Family& f, std::ostream* os) { *os << f.name; }
+void PrintTo(const Family& f, std::ostream* os) {
+  *os << f.name;
+}
 
 class EntryPoints : public ::testing::TestWithParam<Family> {
  protected:
@@ -197,8 +200,8 @@ TEST(VadLoad, RefusesAnyArgumentCountButTwo) {
     log.Clear();
     EXPECT_EQ(ZV2_Create_VAD(&handle, argc, argv), ZV2_RESULT_FAILED);
     ASSERT_EQ(log.lines().size(), 2u);
-    EXPECT_TRUE(IsErrorLine(log.lines()[0], "zelva::dlvad::VAD::PrivateMembers::Load",
-                            "VAD::Invalid parameter num."))
+    EXPECT_TRUE(
+        IsErrorLine(log.lines()[0], "zelva::dlvad::VAD::PrivateMembers::Load", "VAD::Invalid parameter num."))
         << log.lines()[0];
     EXPECT_TRUE(IsErrorLine(log.lines()[1], "ZV2_Create_VAD", "load model failed."));
   }
@@ -248,3 +251,22 @@ TEST(DenoiseLoad, ShortPathFailsOnTheSuffixTest) {
 }
 
 }  // namespace
+
+// A directory where a model file is expected: the failure names the path and says why, on both routes.
+TEST(DenoiseLoad, DirectoryAsModelPathSaysSo) {
+  for (const char* name : {"dir_model.zvmod", "dir_model.json"}) {
+    const std::string dir = ::testing::TempDir() + name;
+    rmdir(dir.c_str());  // left by an earlier run
+    ASSERT_EQ(mkdir(dir.c_str(), 0700), 0) << dir;
+    LogCapture log;
+    uint32_t handle = 0;
+    const char* argv[] = {dir.c_str(), "cfg.json"};
+    EXPECT_EQ(ZV2_Create_AudioDenoise(&handle, 2, argv), ZV2_RESULT_FAILED);
+    bool named = false;
+    for (const std::string& line : log.lines())
+      named =
+          named || line.find("Error in opening the file [" + dir + "]: is a directory.") != std::string::npos;
+    EXPECT_TRUE(named) << log.lines().front();
+    rmdir(dir.c_str());
+  }
+}
