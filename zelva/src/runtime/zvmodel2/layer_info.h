@@ -84,213 +84,213 @@ void VisitWeightListField(std::shared_ptr<Visitor>& visitor, std::vector<std::st
 //   since  the protocol version from which the field is in a file; 0 for always.
 //   init   the constructor's value.
 // clang-format off
-#define ZV_FIELDS_LayerInfo(X)                              \
-  X(Value, 0, uint16_t, type, kLayerUnset)                  \
-  X(Value, 0, std::string, id, " ")                         \
-  X(Value, 0, std::vector<std::string>, input_ids, {})      \
+#define ZV_FIELDS_LayerInfo(X)                                               \
+  X(Value, 0, uint16_t, type, kLayerUnset)                                   \
+  X(Value, 0, std::string, id, " ")                                          \
+  X(Value, 0, std::vector<std::string>, input_ids, {})                       \
   X(Value, 0, uint16_t, read_count, 0)
 
 // Conv2d and ConvTranspose2d; `Padding` is unsigned in the first, signed in the second. Both weights are
 // visited whatever if_bias says. "weight" is "GNCHW": [groups, out/groups, in/groups, kernel_y, kernel_x].
-#define ZV_FIELDS_ConvolutionInfo(X)                        \
-  X(Value, 0, uint16_t, in_channels, 0)                     \
-  X(Value, 0, uint16_t, out_channels, 0)                    \
-  X(Value, 0, uint16_t, kernel_x, 0)                        \
-  X(Value, 0, uint16_t, kernel_y, 0)                        \
-  X(Value, 0, Padding, padding_l, 0)                        \
-  X(Value, 0, Padding, padding_t, 0)                        \
-  X(Value, 0, Padding, padding_r, 0)                        \
-  X(Value, 0, Padding, padding_b, 0)                        \
-  X(Value, 0, uint16_t, stride_x, 1)                        \
-  X(Value, 0, uint16_t, stride_y, 1)                        \
-  X(Value, 0, uint16_t, dilation_x, 1)                      \
-  X(Value, 0, uint16_t, dilation_y, 1)                      \
-  X(Value, 0, uint16_t, groups, 0)                          \
-  X(Value, 0, bool, if_bias, false)                         \
-  X(Weight, 0, std::string, weight, {})                     \
+#define ZV_FIELDS_ConvolutionInfo(X)                                         \
+  X(Value, 0, uint16_t, in_channels, 0)                                      \
+  X(Value, 0, uint16_t, out_channels, 0)                                     \
+  X(Value, 0, uint16_t, kernel_x, 0)                                         \
+  X(Value, 0, uint16_t, kernel_y, 0)                                         \
+  X(Value, 0, Padding, padding_l, 0)                                         \
+  X(Value, 0, Padding, padding_t, 0)                                         \
+  X(Value, 0, Padding, padding_r, 0)                                         \
+  X(Value, 0, Padding, padding_b, 0)                                         \
+  X(Value, 0, uint16_t, stride_x, 1)                                         \
+  X(Value, 0, uint16_t, stride_y, 1)                                         \
+  X(Value, 0, uint16_t, dilation_x, 1)                                       \
+  X(Value, 0, uint16_t, dilation_y, 1)                                       \
+  X(Value, 0, uint16_t, groups, 0)                                           \
+  X(Value, 0, bool, if_bias, false)                                          \
+  X(Weight, 0, std::string, weight, {})                                      \
   X(Weight, 0, std::string, bias, {})
 
-#define ZV_FIELDS_BatchNormInfo(X)                          \
-  X(Value, 0, uint16_t, num_features, 0)                    \
-  X(Value, 0, float, eps, 1e-5f)                            \
-  X(Value, 0, float, momentum, 0.1f)                        \
-  X(Value, 0, bool, if_affine, true)                        \
-  X(Value, 0, bool, if_track_running_stats, true)           \
-  X(Weight, 0, std::string, scale, {})                      \
-  X(Weight, 0, std::string, shift, {})                      \
-  X(Weight, 0, std::string, variance, {})                   \
-  X(Weight, 0, std::string, mean, {})                       \
+#define ZV_FIELDS_BatchNormInfo(X)                                           \
+  X(Value, 0, uint16_t, num_features, 0)                                     \
+  X(Value, 0, float, eps, 1e-5f)                                             \
+  X(Value, 0, float, momentum, 0.1f)                                         \
+  X(Value, 0, bool, if_affine, true)                                         \
+  X(Value, 0, bool, if_track_running_stats, true)                            \
+  X(Weight, 0, std::string, scale, {})                                       \
+  X(Weight, 0, std::string, shift, {})                                       \
+  X(Weight, 0, std::string, variance, {})                                    \
+  X(Weight, 0, std::string, mean, {})                                        \
   X(Value, 20005, int32_t, num_batches_tracked, -1)
 
-#define ZV_FIELDS_ElementOperatorInfo(X)                    \
+#define ZV_FIELDS_ElementOperatorInfo(X)                                     \
   X(Value, 0, uint16_t, op_type, 0)
 
-#define ZV_FIELDS_NewShapeInfo(X)                           \
+#define ZV_FIELDS_NewShapeInfo(X)                                            \
   X(Value, 0, std::vector<int16_t>, new_shape, {})
 
-#define ZV_FIELDS_SignedDimInfo(X)                          \
+#define ZV_FIELDS_SignedDimInfo(X)                                           \
   X(Value, 0, int16_t, dim, 0)
 
-#define ZV_FIELDS_UnsignedDimInfo(X)                        \
+#define ZV_FIELDS_UnsignedDimInfo(X)                                         \
   X(Value, 0, uint16_t, dim, 0)
 
 // Recurrent cells and stacks begin alike; RNN kinds then visit their activation, between "if_bias" and the
 // rest.
-#define ZV_FIELDS_RecurrentHead(X)                          \
-  X(Value, 0, uint16_t, in_size, 0)                         \
-  X(Value, 0, uint16_t, hidden_size, 0)                     \
+#define ZV_FIELDS_RecurrentHead(X)                                           \
+  X(Value, 0, uint16_t, in_size, 0)                                          \
+  X(Value, 0, uint16_t, hidden_size, 0)                                      \
   X(Value, 0, bool, if_bias, false)
 
-#define ZV_FIELDS_RNNActivation(X)                          \
-  X(Value, 0, uint16_t, activation_type, 0)                 \
+#define ZV_FIELDS_RNNActivation(X)                                           \
+  X(Value, 0, uint16_t, activation_type, 0)                                  \
   X(Value, 0, runtime::half, activation_alpha, half(half::FromBits, 0x0000)) \
   X(Value, 0, runtime::half, activation_beta, half(half::FromBits, 0x0000))
 
-#define ZV_FIELDS_RecurrentCellTail(X)                      \
-  X(Weight, 0, std::string, weight_ih, {})                  \
-  X(Weight, 0, std::string, weight_hh, {})                  \
-  X(Weight, 0, std::string, bias_ih, {})                    \
+#define ZV_FIELDS_RecurrentCellTail(X)                                       \
+  X(Weight, 0, std::string, weight_ih, {})                                   \
+  X(Weight, 0, std::string, weight_hh, {})                                   \
+  X(Weight, 0, std::string, bias_ih, {})                                     \
   X(Weight, 0, std::string, bias_hh, {})
 
 // One entry per stacked layer in each weight list.
-#define ZV_FIELDS_RecurrentTail(X)                          \
-  X(Value, 0, uint16_t, num_layers, 0)                      \
-  X(Value, 0, bool, bidirectional, false)                   \
-  X(Value, 0, uint16_t, complex_rnn_type, 0)                \
-  X(WeightList, 0, std::vector<std::string>, weight_ih_forward, {}) \
-  X(WeightList, 0, std::vector<std::string>, weight_hh_forward, {}) \
-  X(WeightList, 0, std::vector<std::string>, bias_ih_forward, {})   \
-  X(WeightList, 0, std::vector<std::string>, bias_hh_forward, {})   \
-  X(WeightList, 0, std::vector<std::string>, weight_ih_reverse, {}) \
-  X(WeightList, 0, std::vector<std::string>, weight_hh_reverse, {}) \
-  X(WeightList, 0, std::vector<std::string>, bias_ih_reverse, {})   \
+#define ZV_FIELDS_RecurrentTail(X)                                           \
+  X(Value, 0, uint16_t, num_layers, 0)                                       \
+  X(Value, 0, bool, bidirectional, false)                                    \
+  X(Value, 0, uint16_t, complex_rnn_type, 0)                                 \
+  X(WeightList, 0, std::vector<std::string>, weight_ih_forward, {})          \
+  X(WeightList, 0, std::vector<std::string>, weight_hh_forward, {})          \
+  X(WeightList, 0, std::vector<std::string>, bias_ih_forward, {})            \
+  X(WeightList, 0, std::vector<std::string>, bias_hh_forward, {})            \
+  X(WeightList, 0, std::vector<std::string>, weight_ih_reverse, {})          \
+  X(WeightList, 0, std::vector<std::string>, weight_hh_reverse, {})          \
+  X(WeightList, 0, std::vector<std::string>, bias_ih_reverse, {})            \
   X(WeightList, 0, std::vector<std::string>, bias_hh_reverse, {})
 
 // "location" is 16 bits wide in files.
-#define ZV_FIELDS_InputInfo(X)                              \
+#define ZV_FIELDS_InputInfo(X)                                               \
   X(Value, 0, uint16_t, location, 0)
 
 // "weight" is a plain string here, not weight data.
-#define ZV_FIELDS_ActivationInfo(X)                         \
-  X(Value, 0, uint16_t, activation_type, 0)                 \
+#define ZV_FIELDS_ActivationInfo(X)                                          \
+  X(Value, 0, uint16_t, activation_type, 0)                                  \
   X(Value, 0, runtime::half, activation_alpha, half(half::FromBits, 0x3C00)) \
   X(Value, 0, runtime::half, activation_beta, half(half::FromBits, 0x0000))  \
-  X(Value, 20012, int16_t, num_parameters, 1)               \
+  X(Value, 20012, int16_t, num_parameters, 1)                                \
   X(Text, 20012, std::string, weight, {})
 
-#define ZV_FIELDS_AvgPool2dInfo(X)                          \
-  X(Value, 0, uint16_t, kernel_x, 0)                        \
-  X(Value, 0, uint16_t, kernel_y, 0)                        \
-  X(Value, 0, int16_t, padding_l, 0)                        \
-  X(Value, 0, int16_t, padding_t, 0)                        \
-  X(Value, 0, int16_t, padding_r, 0)                        \
-  X(Value, 0, int16_t, padding_b, 0)                        \
-  X(Value, 0, uint16_t, stride_x, 0)                        \
-  X(Value, 0, uint16_t, stride_y, 0)                        \
-  X(Value, 0, bool, ceil_mode, false)                       \
+#define ZV_FIELDS_AvgPool2dInfo(X)                                           \
+  X(Value, 0, uint16_t, kernel_x, 0)                                         \
+  X(Value, 0, uint16_t, kernel_y, 0)                                         \
+  X(Value, 0, int16_t, padding_l, 0)                                         \
+  X(Value, 0, int16_t, padding_t, 0)                                         \
+  X(Value, 0, int16_t, padding_r, 0)                                         \
+  X(Value, 0, int16_t, padding_b, 0)                                         \
+  X(Value, 0, uint16_t, stride_x, 0)                                         \
+  X(Value, 0, uint16_t, stride_y, 0)                                         \
+  X(Value, 0, bool, ceil_mode, false)                                        \
   X(Value, 0, bool, count_include_pad, false)
 
-#define ZV_FIELDS_MaxPool2dInfo(X)                          \
-  X(Value, 0, uint16_t, kernel_x, 0)                        \
-  X(Value, 0, uint16_t, kernel_y, 0)                        \
-  X(Value, 0, int16_t, padding_l, 0)                        \
-  X(Value, 0, int16_t, padding_t, 0)                        \
-  X(Value, 0, int16_t, padding_r, 0)                        \
-  X(Value, 0, int16_t, padding_b, 0)                        \
-  X(Value, 0, uint16_t, stride_x, 0)                        \
-  X(Value, 0, uint16_t, stride_y, 0)                        \
-  X(Value, 0, uint16_t, dilation_x, 0)                      \
-  X(Value, 0, uint16_t, dilation_y, 0)                      \
+#define ZV_FIELDS_MaxPool2dInfo(X)                                           \
+  X(Value, 0, uint16_t, kernel_x, 0)                                         \
+  X(Value, 0, uint16_t, kernel_y, 0)                                         \
+  X(Value, 0, int16_t, padding_l, 0)                                         \
+  X(Value, 0, int16_t, padding_t, 0)                                         \
+  X(Value, 0, int16_t, padding_r, 0)                                         \
+  X(Value, 0, int16_t, padding_b, 0)                                         \
+  X(Value, 0, uint16_t, stride_x, 0)                                         \
+  X(Value, 0, uint16_t, stride_y, 0)                                         \
+  X(Value, 0, uint16_t, dilation_x, 0)                                       \
+  X(Value, 0, uint16_t, dilation_y, 0)                                       \
   X(Value, 0, bool, ceil_mode, false)
 
-#define ZV_FIELDS_InstanceNorm2dInfo(X)                     \
-  X(Value, 0, uint16_t, num_features, 0)                    \
-  X(Value, 0, float, eps, 1e-5f)                            \
-  X(Value, 0, float, momentum, 0.1f)                        \
-  X(Value, 0, bool, if_affine, false)                       \
-  X(Value, 0, bool, if_track_running_stats, false)          \
-  X(Weight, 0, std::string, scale, {})                      \
+#define ZV_FIELDS_InstanceNorm2dInfo(X)                                      \
+  X(Value, 0, uint16_t, num_features, 0)                                     \
+  X(Value, 0, float, eps, 1e-5f)                                             \
+  X(Value, 0, float, momentum, 0.1f)                                         \
+  X(Value, 0, bool, if_affine, false)                                        \
+  X(Value, 0, bool, if_track_running_stats, false)                           \
+  X(Weight, 0, std::string, scale, {})                                       \
   X(Weight, 0, std::string, shift, {})
 
 // The two sizes are in files of protocol above 20015 only; for older files they stay 0 and mean nothing.
-#define ZV_FIELDS_Upsample2dInfo(X)                         \
-  X(Value, 0, float, scale_factor_y, 0.0f)                  \
-  X(Value, 0, float, scale_factor_x, 0.0f)                  \
-  X(Value, 0, bool, align_corner, false)                    \
-  X(Code, 0, uint16_t, unsample_type, 0)                    \
-  X(Value, 20016, float, scale_width, 0.0f)                 \
+#define ZV_FIELDS_Upsample2dInfo(X)                                          \
+  X(Value, 0, float, scale_factor_y, 0.0f)                                   \
+  X(Value, 0, float, scale_factor_x, 0.0f)                                   \
+  X(Value, 0, bool, align_corner, false)                                     \
+  X(Code, 0, uint16_t, unsample_type, 0)                                     \
+  X(Value, 20016, float, scale_width, 0.0f)                                  \
   X(Value, 20016, float, scale_height, 0.0f)
 
-#define ZV_FIELDS_TensorTransposeInfo(X)                    \
+#define ZV_FIELDS_TensorTransposeInfo(X)                                     \
   X(Value, 0, std::vector<uint16_t>, axes, {})
 
-#define ZV_FIELDS_FullConnectionInfo(X)                     \
-  X(Value, 0, uint16_t, in_features, 0)                     \
-  X(Value, 0, uint16_t, out_features, 0)                    \
-  X(Value, 0, bool, if_bias, false)                         \
-  X(Weight, 0, std::string, weight, {})                     \
+#define ZV_FIELDS_FullConnectionInfo(X)                                      \
+  X(Value, 0, uint16_t, in_features, 0)                                      \
+  X(Value, 0, uint16_t, out_features, 0)                                     \
+  X(Value, 0, bool, if_bias, false)                                          \
+  X(Weight, 0, std::string, weight, {})                                      \
   X(Weight, 0, std::string, bias, {})
 
-#define ZV_FIELDS_PixelShuffleInfo(X)                       \
+#define ZV_FIELDS_PixelShuffleInfo(X)                                        \
   X(Value, 0, float, upscale_factor, 0.0f)
 
-#define ZV_FIELDS_TensorDimemsionSamplingInfo(X)            \
-  X(Value, 0, uint16_t, sampling_type, 0)                   \
+#define ZV_FIELDS_TensorDimemsionSamplingInfo(X)                             \
+  X(Value, 0, uint16_t, sampling_type, 0)                                    \
   X(Value, 0, std::vector<int16_t>, data, {})
 
 // Followed by that many nested TensorDimemsionSamplingInfo, written out in VisitAttr.
-#define ZV_FIELDS_TensorGetItemInfo(X)                      \
+#define ZV_FIELDS_TensorGetItemInfo(X)                                       \
   X(Value, 0, uint16_t, num_sampling_infos, 0)
 
-#define ZV_FIELDS_ClipInfo(X)                               \
-  X(Value, 0, runtime::half, minimum_value, half(half::FromBits, 0x0000)) \
+#define ZV_FIELDS_ClipInfo(X)                                                \
+  X(Value, 0, runtime::half, minimum_value, half(half::FromBits, 0x0000))    \
   X(Value, 0, runtime::half, maximum_value, half(half::FromBits, 0x0000))
 
 // "padding_f" is in front of the signal, "padding_b" behind it.
-#define ZV_FIELDS_Conv1dInfo(X)                             \
-  X(Value, 0, uint16_t, in_channels, 0)                     \
-  X(Value, 0, uint16_t, out_channels, 0)                    \
-  X(Value, 0, uint16_t, kernel_size, 0)                     \
-  X(Value, 0, uint16_t, padding_f, 0)                       \
-  X(Value, 0, uint16_t, padding_b, 0)                       \
-  X(Value, 0, uint16_t, stride, 1)                          \
-  X(Value, 0, uint16_t, dilation, 1)                        \
-  X(Value, 0, uint16_t, groups, 1)                          \
-  X(Value, 0, bool, if_bias, false)                         \
-  X(Weight, 0, std::string, weight, {})                     \
+#define ZV_FIELDS_Conv1dInfo(X)                                              \
+  X(Value, 0, uint16_t, in_channels, 0)                                      \
+  X(Value, 0, uint16_t, out_channels, 0)                                     \
+  X(Value, 0, uint16_t, kernel_size, 0)                                      \
+  X(Value, 0, uint16_t, padding_f, 0)                                        \
+  X(Value, 0, uint16_t, padding_b, 0)                                        \
+  X(Value, 0, uint16_t, stride, 1)                                           \
+  X(Value, 0, uint16_t, dilation, 1)                                         \
+  X(Value, 0, uint16_t, groups, 1)                                           \
+  X(Value, 0, bool, if_bias, false)                                          \
+  X(Weight, 0, std::string, weight, {})                                      \
   X(Weight, 0, std::string, bias, {})
 
-#define ZV_FIELDS_Pad1dInfo(X)                              \
-  X(Value, 0, int16_t, padding_l, 0)                        \
-  X(Value, 0, int16_t, padding_r, 0)                        \
+#define ZV_FIELDS_Pad1dInfo(X)                                               \
+  X(Value, 0, int16_t, padding_l, 0)                                         \
+  X(Value, 0, int16_t, padding_r, 0)                                         \
   X(Value, 0, float, padding_v, 0.0f)
 
-#define ZV_FIELDS_Pad2dInfo(X)                              \
-  X(Value, 0, int16_t, padding_l, 0)                        \
-  X(Value, 0, int16_t, padding_t, 0)                        \
-  X(Value, 0, int16_t, padding_r, 0)                        \
-  X(Value, 0, int16_t, padding_b, 0)                        \
+#define ZV_FIELDS_Pad2dInfo(X)                                               \
+  X(Value, 0, int16_t, padding_l, 0)                                         \
+  X(Value, 0, int16_t, padding_t, 0)                                         \
+  X(Value, 0, int16_t, padding_r, 0)                                         \
+  X(Value, 0, int16_t, padding_b, 0)                                         \
   X(Value, 0, float, padding_v, 0.0f)
 
 #define ZV_FIELDS_BmmInfo(X)
 
 // "mode" and "padding_mode" are free strings that the kernel compares.
-#define ZV_FIELDS_WarpAffineInfo(X)                         \
-  X(Value, 0, std::string, mode, {})                        \
-  X(Value, 0, std::string, padding_mode, {})                \
+#define ZV_FIELDS_WarpAffineInfo(X)                                          \
+  X(Value, 0, std::string, mode, {})                                         \
+  X(Value, 0, std::string, padding_mode, {})                                 \
   X(Value, 0, bool, align_corners, false)
 
-#define ZV_FIELDS_SoftArgMaxInfo(X)                         \
-  X(Value, 0, float, beta, 0.0f)                            \
+#define ZV_FIELDS_SoftArgMaxInfo(X)                                          \
+  X(Value, 0, float, beta, 0.0f)                                             \
   X(Value, 0, std::vector<uint16_t>, size, {})
 
-#define ZV_FIELDS_SpatialGatherInfo(X)                      \
+#define ZV_FIELDS_SpatialGatherInfo(X)                                       \
   X(Value, 0, float, scale, 0.0f)
 
 // Declared shapes and a free description; no kernel of its own.
-#define ZV_FIELDS_LayerPlaceholderInfo(X)                   \
-  X(Value, 0, std::vector<std::vector<uint16_t>>, input_shapes, {}) \
-  X(Value, 0, std::vector<uint16_t>, output_shape, {})      \
+#define ZV_FIELDS_LayerPlaceholderInfo(X)                                    \
+  X(Value, 0, std::vector<std::vector<uint16_t>>, input_shapes, {})          \
+  X(Value, 0, std::vector<uint16_t>, output_shape, {})                       \
   X(Value, 0, std::string, desc, {})
 // clang-format on
 

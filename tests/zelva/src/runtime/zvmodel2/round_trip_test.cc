@@ -1,6 +1,6 @@
 // Whole-object round trips through both file forms: a whole model holding every layer kind with every field
 // set away from its default, a multi-backend configuration with parameters of every class; files of older
-// protocol versions; a JSON model that leaves its numbers out.
+// protocol versions.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -19,7 +19,6 @@ namespace zelva {
 namespace runtime {
 namespace {
 
-using testing_objects::LogCapture;
 using testing_objects::ReadBytes;
 using testing_objects::TempPath;
 using testing_objects::WriteText;
@@ -237,67 +236,6 @@ TEST(RoundTrip, OlderModelFilesKeepTheDefaultsOfGatedFields) {
     from_json.FromFile(json);
     EXPECT_EQ(RecordVisitor::Record(from_json), expected);
   }
-}
-
-// ---- A JSON model without its numbers --------------------------------------------------------------------
-
-void DropNumbers(rapidjson::Value& object) {
-  for (auto it = object.MemberBegin(); it != object.MemberEnd();) {
-    if (it->value.IsNumber() || it->value.IsBool()) {
-      it = object.EraseMember(it);
-    } else {
-      if (it->value.IsObject()) DropNumbers(it->value);
-      ++it;
-    }
-  }
-}
-
-TEST(RoundTrip, JsonModelWithoutNumericKeysReadsZeros) {
-  auto model = FilledModel();
-  const std::string path = TempPath("nonumbers.json");
-  model->ToFile(path, "json");
-  std::vector<uint8_t> bytes = ReadBytes(path);
-  rapidjson::Document doc;
-  doc.Parse(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-  ASSERT_TRUE(doc.IsObject());
-  DropNumbers(doc);
-  rapidjson::StringBuffer buffer;
-  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-  doc.Accept(writer);
-  WriteText(path, buffer.GetString());
-
-  ZVModelInfo loaded;
-  {
-    LogCapture log;  // every layer lost its "type": each warns, and the listed kind wins
-    loaded.FromFile(path);
-    EXPECT_TRUE(log.Contains("This ZVModelInfo may be a old vesion file, please verify it."));
-  }
-  const Lines filled = RecordVisitor::Record(*model);
-  const Lines read = RecordVisitor::Record(loaded);
-  // The record of the loaded model: every number and flag is zero (not its constructor's default), except
-  // the layers' kinds, which the list restores; strings, arrays and weights come through. A get-item layer
-  // lost its count, so its nested entries are gone.
-  const std::set<std::string> numeric = {"bool", "char", "u8",  "i8",  "u16",  "i16", "u32",
-                                         "i32",  "u64",  "i64", "f64", "half", "f32"};
-  size_t j = 0, zeros = 0;
-  for (const std::string& line : read) {
-    const size_t colon = line.find(':'), eq = line.find('=');
-    const std::string key = line.substr(0, colon), tag = line.substr(colon + 1, eq - colon - 1);
-    const std::string value = line.substr(eq + 1);
-    while (j < filled.size() && filled[j].substr(0, eq + 1) != line.substr(0, eq + 1)) ++j;
-    ASSERT_LT(j, filled.size()) << line;
-    const bool is_type = key.size() >= 5 && key.compare(key.size() - 5, 5, "/type") == 0;
-    if (numeric.count(tag) && !is_type) {
-      EXPECT_TRUE(value == "0" || value == "00000000") << line;
-      ++zeros;
-    } else {
-      EXPECT_EQ(line, filled[j]);
-    }
-  }
-  EXPECT_GT(zeros, 150u);
-  EXPECT_EQ(loaded.GetLayerInfoAs<Conv2dInfo>("layer_2")->stride_x, 0);  // the constructor's 1 does not apply
-  EXPECT_FALSE(loaded.GetLayerInfoAs<BatchNorm2dInfo>("layer_9")->if_affine);
-  EXPECT_EQ(loaded.GetLayerInfoAs<BatchNorm2dInfo>("layer_9")->eps, 0.0f);
 }
 
 // ---- Configuration
