@@ -7,7 +7,8 @@
 #   FUZZ_NO_BUILD=1 ...                        run what is already built
 #   FUZZ_RUNS=100000 ...                       a fixed number of inputs from a fixed seed instead of a time:
 #                                              the same inputs on every run (what CI uses)
-# Seeds: the committed fixtures (tests/data/models, tests/data/bad); the growing corpus stays in
+# Seeds: the committed fixtures (tests/data/models, tests/data/bad) and the inputs that once failed
+# (tests/data/regressions); the growing corpus stays in
 # build-fuzz/corpus/<target> between runs.
 set -euo pipefail
 cd "$(dirname "$0")/.."

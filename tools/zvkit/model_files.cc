@@ -176,7 +176,7 @@ std::string RootTypeOf(const std::string& path, FileForm form) {
     const std::string reason = Guarded([&] { text = zelva::runtime::ReadJsonFile2String(path); }, nullptr);
     if (!reason.empty()) throw std::runtime_error(reason);
     rapidjson::Document document;
-    document.Parse(text.c_str(), text.size());
+    document.Parse<zelva::runtime::kJsonParseFlags>(text.c_str(), text.size());  // iterative: no depth limit
     if (document.HasParseError()) {
       throw std::runtime_error(std::string("not JSON: ") +
                                rapidjson::GetParseError_En(document.GetParseError()) + " (at byte " +

@@ -1,5 +1,6 @@
 // Argument checks, their order and codes, of both product families, through the public header only.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -163,6 +164,25 @@ TEST(ShortPath, FailsOnTheSuffixTest) {
   EXPECT_TRUE(IsErrorLine(log.lines()[2], "zelva::dlaudiodenoise::AudioDenoise::Load",
                           "AudioDenoise load models failed. Error: invalid string position"))
       << log.lines()[2];
+}
+
+// A directory where a model file is expected: the failure names the path and says why, on both routes.
+TEST(DenoiseLoad, DirectoryAsModelPathSaysSo) {
+  for (const char* name : {"dir_model.zvmod", "dir_model.json"}) {
+    const std::string dir = ::testing::TempDir() + name;
+    rmdir(dir.c_str());  // left by an earlier run
+    ASSERT_EQ(mkdir(dir.c_str(), 0700), 0) << dir;
+    LogCapture log;
+    uint32_t handle = 0;
+    const char* argv[] = {dir.c_str(), "cfg.json"};
+    EXPECT_EQ(ZV2_Create_AudioDenoise(&handle, 2, argv), ZV2_RESULT_FAILED);
+    bool named = false;
+    for (const std::string& line : log.lines())
+      named =
+          named || line.find("Error in opening the file [" + dir + "]: is a directory.") != std::string::npos;
+    EXPECT_TRUE(named) << log.lines().front();
+    rmdir(dir.c_str());
+  }
 }
 
 }  // namespace

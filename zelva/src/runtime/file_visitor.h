@@ -23,31 +23,7 @@ class FILEReader : public Visitor {
   // using a NULL ptr." on a null file.
   FILEReader(FILE* file, uint32_t version, const std::string& precision);
 
-  void Visit(std::vector<std::vector<uint16_t>>& value, const std::string& name) override;
-  void Visit(std::vector<uint64_t>& value, const std::string& name) override;
-  void Visit(std::vector<uint32_t>& value, const std::string& name) override;
-  void Visit(std::vector<int64_t>& value, const std::string& name) override;
-  void Visit(std::vector<int32_t>& value, const std::string& name) override;
-  void Visit(Serializable& value, const std::string& name) override;
-  void Visit(std::vector<std::string>& value, const std::string& name) override;
-  void Visit(std::vector<int16_t>& value, const std::string& name) override;
-  void Visit(std::vector<uint16_t>& value, const std::string& name) override;
-  void Visit(std::vector<half>& value, const std::string& name) override;
-  void Visit(std::vector<float>& value, const std::string& name) override;
-  void Visit(std::string& value, const std::string& name) override;
-  void Visit(char& value, const std::string& name) override;
-  void Visit(bool& value, const std::string& name) override;
-  void Visit(uint64_t& value, const std::string& name) override;
-  void Visit(int64_t& value, const std::string& name) override;
-  void Visit(uint32_t& value, const std::string& name) override;
-  void Visit(int32_t& value, const std::string& name) override;
-  void Visit(uint16_t& value, const std::string& name) override;
-  void Visit(int16_t& value, const std::string& name) override;
-  void Visit(uint8_t& value, const std::string& name) override;
-  void Visit(int8_t& value, const std::string& name) override;
-  void Visit(double& value, const std::string& name) override;
-  void Visit(half& value, const std::string& name) override;
-  void Visit(float& value, const std::string& name) override;
+  ZV_VISIT_OVERRIDES
 
   // Reads a uint64 count of items, each taking at least `min_item_bytes` in the file, and fails before
   // anything is allocated when the rest of the file cannot hold them. `item_type` names the items in the
@@ -76,31 +52,7 @@ class FILEWriter : public Visitor {
   // The version is always 20018; `write_header` (root only) writes it first as a uint32.
   FILEWriter(FILE* file, bool write_header, const std::string& precision);
 
-  void Visit(std::vector<std::vector<uint16_t>>& value, const std::string& name) override;
-  void Visit(std::vector<uint64_t>& value, const std::string& name) override;
-  void Visit(std::vector<uint32_t>& value, const std::string& name) override;
-  void Visit(std::vector<int64_t>& value, const std::string& name) override;
-  void Visit(std::vector<int32_t>& value, const std::string& name) override;
-  void Visit(Serializable& value, const std::string& name) override;
-  void Visit(std::vector<std::string>& value, const std::string& name) override;
-  void Visit(std::vector<int16_t>& value, const std::string& name) override;
-  void Visit(std::vector<uint16_t>& value, const std::string& name) override;
-  void Visit(std::vector<half>& value, const std::string& name) override;
-  void Visit(std::vector<float>& value, const std::string& name) override;
-  void Visit(std::string& value, const std::string& name) override;
-  void Visit(char& value, const std::string& name) override;
-  void Visit(bool& value, const std::string& name) override;
-  void Visit(uint64_t& value, const std::string& name) override;
-  void Visit(int64_t& value, const std::string& name) override;
-  void Visit(uint32_t& value, const std::string& name) override;
-  void Visit(int32_t& value, const std::string& name) override;
-  void Visit(uint16_t& value, const std::string& name) override;
-  void Visit(int16_t& value, const std::string& name) override;
-  void Visit(uint8_t& value, const std::string& name) override;
-  void Visit(int8_t& value, const std::string& name) override;
-  void Visit(double& value, const std::string& name) override;
-  void Visit(half& value, const std::string& name) override;
-  void Visit(float& value, const std::string& name) override;
+  ZV_VISIT_OVERRIDES
 
   // The uint64 length prefix of a string or vector.
   void WriteCount(uint64_t count);

@@ -1,5 +1,7 @@
 #include "zelva/src/runtime/json_visitor.h"
 
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -356,6 +358,9 @@ ZV_JSON_SET_NUMBER(float)
 std::string ReadJsonFile2String(const std::string& path) {
   std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
   ZV_ASSERT(file != nullptr, "Error in opening the file [%s].", path.c_str());
+  struct stat info;
+  ZV_ASSERT(fstat(fileno(file.get()), &info) != 0 || !S_ISDIR(info.st_mode),
+            "Error in opening the file [%s]: is a directory.", path.c_str());
   long length = -1;
   if (std::fseek(file.get(), 0, SEEK_END) == 0) length = std::ftell(file.get());
   ZV_ASSERT(length >= 0 && std::fseek(file.get(), 0, SEEK_SET) == 0, "Error in read the whole file [%s].",

@@ -23,31 +23,7 @@ class JSONNodeGetter : public Visitor {
   // (20018 when absent, refused when above 20018). Nested getters pass their parent's version on.
   JSONNodeGetter(const rapidjson::Value* node, uint32_t version);
 
-  void Visit(std::vector<std::vector<uint16_t>>& value, const std::string& name) override;
-  void Visit(std::vector<uint64_t>& value, const std::string& name) override;
-  void Visit(std::vector<uint32_t>& value, const std::string& name) override;
-  void Visit(std::vector<int64_t>& value, const std::string& name) override;
-  void Visit(std::vector<int32_t>& value, const std::string& name) override;
-  void Visit(Serializable& value, const std::string& name) override;
-  void Visit(std::vector<std::string>& value, const std::string& name) override;
-  void Visit(std::vector<int16_t>& value, const std::string& name) override;
-  void Visit(std::vector<uint16_t>& value, const std::string& name) override;
-  void Visit(std::vector<half>& value, const std::string& name) override;
-  void Visit(std::vector<float>& value, const std::string& name) override;
-  void Visit(std::string& value, const std::string& name) override;
-  void Visit(char& value, const std::string& name) override;
-  void Visit(bool& value, const std::string& name) override;
-  void Visit(uint64_t& value, const std::string& name) override;
-  void Visit(int64_t& value, const std::string& name) override;
-  void Visit(uint32_t& value, const std::string& name) override;
-  void Visit(int32_t& value, const std::string& name) override;
-  void Visit(uint16_t& value, const std::string& name) override;
-  void Visit(int16_t& value, const std::string& name) override;
-  void Visit(uint8_t& value, const std::string& name) override;
-  void Visit(int8_t& value, const std::string& name) override;
-  void Visit(double& value, const std::string& name) override;
-  void Visit(half& value, const std::string& name) override;
-  void Visit(float& value, const std::string& name) override;
+  ZV_VISIT_OVERRIDES
 
  private:
   // The member `name` of the node, or null when absent (or when the node is not an object).
@@ -64,31 +40,7 @@ class JSONNodeSetter : public Visitor {
   // `allocator`. `write_version` (root only) first appends "serialization_protocol_version": 20018.
   JSONNodeSetter(rapidjson::Value* node, rapidjson::Document::AllocatorType* allocator, bool write_version);
 
-  void Visit(std::vector<std::vector<uint16_t>>& value, const std::string& name) override;
-  void Visit(std::vector<uint64_t>& value, const std::string& name) override;
-  void Visit(std::vector<uint32_t>& value, const std::string& name) override;
-  void Visit(std::vector<int64_t>& value, const std::string& name) override;
-  void Visit(std::vector<int32_t>& value, const std::string& name) override;
-  void Visit(Serializable& value, const std::string& name) override;
-  void Visit(std::vector<std::string>& value, const std::string& name) override;
-  void Visit(std::vector<int16_t>& value, const std::string& name) override;
-  void Visit(std::vector<uint16_t>& value, const std::string& name) override;
-  void Visit(std::vector<half>& value, const std::string& name) override;
-  void Visit(std::vector<float>& value, const std::string& name) override;
-  void Visit(std::string& value, const std::string& name) override;
-  void Visit(char& value, const std::string& name) override;
-  void Visit(bool& value, const std::string& name) override;
-  void Visit(uint64_t& value, const std::string& name) override;
-  void Visit(int64_t& value, const std::string& name) override;
-  void Visit(uint32_t& value, const std::string& name) override;
-  void Visit(int32_t& value, const std::string& name) override;
-  void Visit(uint16_t& value, const std::string& name) override;
-  void Visit(int16_t& value, const std::string& name) override;
-  void Visit(uint8_t& value, const std::string& name) override;
-  void Visit(int8_t& value, const std::string& name) override;
-  void Visit(double& value, const std::string& name) override;
-  void Visit(half& value, const std::string& name) override;
-  void Visit(float& value, const std::string& name) override;
+  ZV_VISIT_OVERRIDES
 
  private:
   void Append(const std::string& name, rapidjson::Value& value);
@@ -99,17 +51,18 @@ class JSONNodeSetter : public Visitor {
   rapidjson::Document::AllocatorType* allocator_;
 };
 
-// The whole file as text. Fails "Error in opening the file [%s]." or "Error in read the whole file [%s].".
+// The whole file as text. Fails "Error in opening the file [%s]." (with ": is a directory" for a directory)
+// or "Error in read the whole file [%s].".
 std::stringstream ReadJsonFile2StrStream(const std::string& path);
 // The same as a plain string, without the stream's copies (large models carry megabytes of Base64 text).
 std::string ReadJsonFile2String(const std::string& path);
 
-// Parse flags used for every model and configuration text: NaN and Infinity literals are accepted. Numbers
-// take the parser's normal-precision path (within 3 ULP of a double): every value the files hold is a float
-// or a half widened to double, which that path reads back to the same float. The installed parser's
-// exact-number path is not used: it misreads zero significands with large exponents and overruns its power
-// table on long mantissas.
-constexpr unsigned kJsonParseFlags = rapidjson::kParseNanAndInfFlag;
+// Parse flags used for every model and configuration text. The parse is iterative, so that nesting in a file,
+// however deep, costs heap and not stack. NaN and Infinity literals are accepted. Numbers take the parser's
+// normal-precision path (within 3 ULP of a double): every value the files hold is a float or a half widened
+// to double, which that path reads back to the same float. The installed parser's exact-number path is not
+// used: it misreads zero significands with large exponents and overruns its power table on long mantissas.
+constexpr unsigned kJsonParseFlags = rapidjson::kParseIterativeFlag | rapidjson::kParseNanAndInfFlag;
 
 }  // namespace runtime
 }  // namespace zelva

@@ -15,5 +15,6 @@
        : ::zelva::utility::Assert(ZV_FUNCTION, ZV_FILE, __LINE__, false, "JSON value misuse: %s.", #x))
 
 #include <rapidjson/document.h>
+#include <rapidjson/error/en.h>
 #include <rapidjson/prettywriter.h>
 #include <rapidjson/stringbuffer.h>

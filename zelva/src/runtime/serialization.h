@@ -31,6 +31,8 @@ class Serializable {
   virtual std::string GetTypeName() const;
   virtual std::string GetFullTypeName() const;
 
+  // Reading and writing whole files. These build the concrete visitors, so they are defined above them, in
+  // model_file.cc; this base knows no visitor.
   virtual void FromFile(const std::string& path, const std::string& type);
   virtual void FromFile(const std::string& path);
   virtual void FromBin(const std::string& path, const std::string& precision);
@@ -41,34 +43,46 @@ class Serializable {
   std::string serializable_type;
 };
 
+// Every value type a Visitor visits, X(type), in the Visitor's slot order. The Visitor base and each concrete
+// visitor declare their overloads from this one list.
+// clang-format off
+#define ZV_VISITED_TYPES(X)            \
+  X(std::vector<std::vector<uint16_t>>) \
+  X(std::vector<uint64_t>)              \
+  X(std::vector<uint32_t>)              \
+  X(std::vector<int64_t>)               \
+  X(std::vector<int32_t>)               \
+  X(Serializable)                       \
+  X(std::vector<std::string>)           \
+  X(std::vector<int16_t>)               \
+  X(std::vector<uint16_t>)              \
+  X(std::vector<half>)                  \
+  X(std::vector<float>)                 \
+  X(std::string)                        \
+  X(char)                               \
+  X(bool)                               \
+  X(uint64_t)                           \
+  X(int64_t)                            \
+  X(uint32_t)                           \
+  X(int32_t)                            \
+  X(uint16_t)                           \
+  X(int16_t)                            \
+  X(uint8_t)                            \
+  X(int8_t)                             \
+  X(double)                             \
+  X(half)                               \
+  X(float)
+// clang-format on
+
+#define ZV_DECLARE_PURE_VISIT(T) virtual void Visit(T& value, const std::string& name) = 0;
+#define ZV_DECLARE_VISIT_OVERRIDE(T) void Visit(T& value, const std::string& name) override;
+// Inside a concrete visitor's class: the overrides of all the Visit overloads.
+#define ZV_VISIT_OVERRIDES ZV_VISITED_TYPES(ZV_DECLARE_VISIT_OVERRIDE)
+
 class Visitor {
  public:
   virtual ~Visitor() = default;
-  virtual void Visit(std::vector<std::vector<uint16_t>>& value, const std::string& name) = 0;
-  virtual void Visit(std::vector<uint64_t>& value, const std::string& name) = 0;
-  virtual void Visit(std::vector<uint32_t>& value, const std::string& name) = 0;
-  virtual void Visit(std::vector<int64_t>& value, const std::string& name) = 0;
-  virtual void Visit(std::vector<int32_t>& value, const std::string& name) = 0;
-  virtual void Visit(Serializable& value, const std::string& name) = 0;
-  virtual void Visit(std::vector<std::string>& value, const std::string& name) = 0;
-  virtual void Visit(std::vector<int16_t>& value, const std::string& name) = 0;
-  virtual void Visit(std::vector<uint16_t>& value, const std::string& name) = 0;
-  virtual void Visit(std::vector<half>& value, const std::string& name) = 0;
-  virtual void Visit(std::vector<float>& value, const std::string& name) = 0;
-  virtual void Visit(std::string& value, const std::string& name) = 0;
-  virtual void Visit(char& value, const std::string& name) = 0;
-  virtual void Visit(bool& value, const std::string& name) = 0;
-  virtual void Visit(uint64_t& value, const std::string& name) = 0;
-  virtual void Visit(int64_t& value, const std::string& name) = 0;
-  virtual void Visit(uint32_t& value, const std::string& name) = 0;
-  virtual void Visit(int32_t& value, const std::string& name) = 0;
-  virtual void Visit(uint16_t& value, const std::string& name) = 0;
-  virtual void Visit(int16_t& value, const std::string& name) = 0;
-  virtual void Visit(uint8_t& value, const std::string& name) = 0;
-  virtual void Visit(int8_t& value, const std::string& name) = 0;
-  virtual void Visit(double& value, const std::string& name) = 0;
-  virtual void Visit(half& value, const std::string& name) = 0;
-  virtual void Visit(float& value, const std::string& name) = 0;
+  ZV_VISITED_TYPES(ZV_DECLARE_PURE_VISIT)
 
   uint32_t serialization_protocol_version = __SERIALIZATION_PROTOCOL_VERSION__;
 };

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <stdexcept>
 
 #include "serialization_test_util.h"
@@ -108,6 +111,31 @@ TEST(Serializable, JsonFilesThatCannotBeRead) {
   const std::string array = TempPath("array.json");
   WriteText(array, "[]");
   EXPECT_THROW(named.FromFile(array), std::runtime_error);
+  const std::string broken = TempPath("broken.json");
+  WriteText(broken, "{\"value\": 1");
+  EXPECT_THROW(named.FromFile(broken), std::runtime_error);
+  EXPECT_TRUE(log.Contains("JSON parse error in the file [" + broken + "]"));
+}
+
+// Paths that name no readable or writable file: the message names the path and the reason.
+TEST(Serializable, DirectoriesAndUnwritablePathsAreNamed) {
+  Named named;
+  LogCapture log;
+  for (const char* name : {"dir.json", "dir.zvmod"}) {
+    const std::string dir = TempPath(name);
+    ASSERT_EQ(mkdir(dir.c_str(), 0700), 0) << dir;
+    EXPECT_THROW(named.FromFile(dir), std::runtime_error);
+    EXPECT_TRUE(log.Contains("Error in opening the file [" + dir + "]: is a directory.")) << dir;
+    EXPECT_THROW(named.FromBin(dir, "fp32"), std::runtime_error);
+    rmdir(dir.c_str());
+  }
+  const std::string nowhere = TempPath("no/such/dir/out.zvmod");
+  EXPECT_THROW(named.ToBin(nowhere, "fp32"), std::runtime_error);
+  EXPECT_THROW(named.ToFile(nowhere + ".json", "json"), std::runtime_error);
+  EXPECT_TRUE(
+      log.Contains("Error in opening the file [" + nowhere + "] for writing: No such file or directory."));
+  EXPECT_TRUE(log.Contains("Error in opening the file [" + nowhere +
+                           ".json] for writing: No such file or directory."));
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 
 #include "zelva/src/runtime/serialization.h"
 #include "zelva/src/runtime/weight_data.h"
+#include "zelva/src/runtime/zvmodel2/field_visitors.h"
 #include "zelva/src/utility/logging.h"
 
 namespace zelva {
@@ -107,8 +108,8 @@ class Sample : public Serializable {
     visitor->Visit(v_f32, "v_f32");
     visitor->Visit(nested_lists, "nested_lists");
     visitor->Visit(inner, "inner");
-    VisitWeightData(visitor, weights, "weights");
-    VisitWeightList(visitor, weight_list, "weight_list");
+    VisitWeightField(visitor, weights, "weights");
+    VisitWeightListField(visitor, weight_list, "weight_list");
     if (visitor->serialization_protocol_version >= 20010) visitor->Visit(gated, "gated");
     visitor->Visit(last, "last");
   }
@@ -180,37 +181,9 @@ inline Sample FilledSample() {
   return s;
 }
 
-inline void ExpectSameSample(const Sample& a, const Sample& b) {
-  EXPECT_EQ(a.flag, b.flag);
-  EXPECT_EQ(a.letter, b.letter);
-  EXPECT_EQ(a.i8, b.i8);
-  EXPECT_EQ(a.u8, b.u8);
-  EXPECT_EQ(a.i16, b.i16);
-  EXPECT_EQ(a.u16, b.u16);
-  EXPECT_EQ(a.i32, b.i32);
-  EXPECT_EQ(a.u32, b.u32);
-  EXPECT_EQ(a.i64, b.i64);
-  EXPECT_EQ(a.u64, b.u64);
-  EXPECT_EQ(a.f64, b.f64);
-  EXPECT_EQ(a.f16.bits(), b.f16.bits());
-  EXPECT_EQ(a.text, b.text);
-  EXPECT_EQ(a.texts, b.texts);
-  EXPECT_EQ(a.v_u64, b.v_u64);
-  EXPECT_EQ(a.v_u32, b.v_u32);
-  EXPECT_EQ(a.v_i64, b.v_i64);
-  EXPECT_EQ(a.v_i32, b.v_i32);
-  EXPECT_EQ(a.v_i16, b.v_i16);
-  EXPECT_EQ(a.v_u16, b.v_u16);
-  ASSERT_EQ(a.v_f16.size(), b.v_f16.size());
-  for (size_t i = 0; i < a.v_f16.size(); ++i) EXPECT_EQ(a.v_f16[i].bits(), b.v_f16[i].bits());
-  EXPECT_EQ(a.v_f32, b.v_f32);
-  EXPECT_EQ(a.nested_lists, b.nested_lists);
-  EXPECT_EQ(a.inner.count, b.inner.count);
-  EXPECT_EQ(a.inner.label, b.inner.label);
-  EXPECT_EQ(a.weights, b.weights);
-  EXPECT_EQ(a.weight_list, b.weight_list);
-  EXPECT_EQ(a.gated, b.gated);
-  EXPECT_EQ(a.last, b.last);
+// Field by field, floats by their bits.
+inline void ExpectSameSample(Sample& a, Sample& b) {
+  EXPECT_EQ(zvtest::RecordVisitor::Record(a), zvtest::RecordVisitor::Record(b));
 }
 
 }  // namespace testing_objects

@@ -31,24 +31,6 @@ TEST(TensorShapeTest, ByteSize) {
   EXPECT_EQ(TensorShape({2, 5, 7, 4}, DataType::FLOAT32, Layout::C4HW4).ByteSize(), 2 * 5 * 7 * 4 * 4);
 }
 
-TEST(TensorShapeTest, CopyAndMoveCarryEveryField) {
-  TensorShape original({8, 1, 80}, DataType::INT16, Layout::CL, Location::MetalBuffer,
-                       TensorShape::Extra(-7));
-  TensorShape copy(original);
-  EXPECT_EQ(copy.dims, original.dims);
-  EXPECT_EQ(copy.data_type, DataType::INT16);
-  EXPECT_EQ(copy.layout, Layout::CL);
-  EXPECT_EQ(copy.location, Location::MetalBuffer);
-  EXPECT_EQ(copy.extra.step_size, -7);
-  copy.dims[0] = 1;
-  EXPECT_EQ(original.dims[0], 8u);  // deep copy
-
-  TensorShape moved(std::move(copy));
-  EXPECT_EQ(moved.dims, (std::vector<uint32_t>{1, 1, 80}));
-  EXPECT_EQ(moved.extra.step_size, -7);
-  EXPECT_EQ(TensorShape::Extra().step_size, 0);
-}
-
 }  // namespace
 }  // namespace runtime
 }  // namespace zelva

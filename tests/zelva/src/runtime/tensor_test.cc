@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
 #include <stdexcept>
 #include <vector>
 
@@ -11,34 +10,6 @@
 namespace zelva {
 namespace runtime {
 namespace {
-
-// Independent reference: linear offset of a (possibly partial) index, dense row-major over `dims`.
-int64_t RowMajorOffset(const std::vector<uint32_t>& dims, const std::vector<int32_t>& index) {
-  int64_t offset = 0;
-  for (size_t k = 0; k < dims.size(); ++k) offset = offset * dims[k] + (k < index.size() ? index[k] : 0);
-  return offset;
-}
-
-void* Address(const TensorCPU& t, const std::vector<int32_t>& i) {
-  switch (i.size()) {
-    case 1:
-      return t.ElementPtr(i[0]);
-    case 2:
-      return t.ElementPtr(i[0], i[1]);
-    case 3:
-      return t.ElementPtr(i[0], i[1], i[2]);
-    case 4:
-      return t.ElementPtr(i[0], i[1], i[2], i[3]);
-    case 5:
-      return t.ElementPtr(i[0], i[1], i[2], i[3], i[4]);
-    case 6:
-      return t.ElementPtr(i[0], i[1], i[2], i[3], i[4], i[5]);
-    case 7:
-      return t.ElementPtr(i[0], i[1], i[2], i[3], i[4], i[5], i[6]);
-    default:
-      return nullptr;
-  }
-}
 
 class TensorTest : public ::testing::Test {
  protected:
@@ -52,26 +23,6 @@ TEST_F(TensorTest, StridesAreRowMajorInElements) {
   EXPECT_EQ(TensorCPU::Cast(t)->strides, (std::vector<int32_t>{12, 4, 1}));
   device.CreateTensor(t, TensorShape({}, DataType::FLOAT32, Layout::FLEXIABLE));
   EXPECT_TRUE(TensorCPU::Cast(t)->strides.empty());
-}
-
-TEST_F(TensorTest, ElementAddressesMatchRowMajorOffsetsUpToRank7) {
-  std::mt19937 rng(7);
-  for (uint32_t data_type : {DataType::FLOAT32, DataType::FLOAT16, DataType::INT8}) {
-    for (size_t rank = 1; rank <= 7; ++rank) {
-      std::vector<uint32_t> dims(rank);
-      for (auto& d : dims) d = 1 + rng() % 4;
-      std::shared_ptr<Tensor> t;
-      device.CreateTensor(t, TensorShape(dims, data_type, Layout::FLEXIABLE));
-      const TensorCPU& cpu = *TensorCPU::Cast(t);
-      for (int trial = 0; trial < 20; ++trial) {
-        const size_t given = 1 + rng() % rank;  // shorter indices address sub-blocks
-        std::vector<int32_t> index(given);
-        for (size_t k = 0; k < given; ++k) index[k] = static_cast<int32_t>(rng() % dims[k]);
-        const int64_t expected = RowMajorOffset(dims, index) * DataTypeSize(data_type);
-        EXPECT_EQ(static_cast<char*>(Address(cpu, index)) - static_cast<char*>(t->data), expected);
-      }
-    }
-  }
 }
 
 TEST_F(TensorTest, TypedAccessAndUnknownType) {

@@ -100,18 +100,6 @@ TEST(WeightData, BinaryFilesHoldRawNumbersOfTheirPrecision) {
   EXPECT_EQ(again.layers, back16.layers);
 }
 
-TEST(WeightData, JsonKeepsTheText) {
-  Weighted w;
-  w.weights = "not even base64";
-  w.layers = {"a", "b"};
-  const std::string path = TempPath("w.json");
-  w.ToFile(path, "json");
-  Weighted back;
-  back.FromFile(path);
-  EXPECT_EQ(back.weights, w.weights);
-  EXPECT_EQ(back.layers, w.layers);
-}
-
 TEST(WeightData, UnknownPrecisionIsNotImplemented) {
   std::unique_ptr<FILE, int (*)(FILE*)> file(std::tmpfile(), &std::fclose);
   std::shared_ptr<Visitor> writer = std::make_shared<FILEWriter>(file.get(), true, "bf16");

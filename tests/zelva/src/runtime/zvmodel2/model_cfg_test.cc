@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <stdexcept>
 
 #include "zelva/src/runtime/zvmodel2/script_visitor.h"
@@ -12,21 +11,11 @@ namespace zelva {
 namespace runtime {
 namespace {
 
+using zvtest::Parse;
 using zvtest::ScriptVisitor;
 using zvtest::Visited;
 using Script = std::map<std::string, std::any>;
 using Strings = std::vector<std::string>;
-
-std::vector<Visited> Parse(const std::string& fields) {
-  std::vector<Visited> out;
-  std::istringstream in(fields);
-  std::string item;
-  while (in >> item) {
-    const size_t colon = item.find(':');
-    out.push_back(Visited{item.substr(colon + 1), item.substr(0, colon)});
-  }
-  return out;
-}
 
 // Written out by hand, in the factory's order, each with its fields after "serializable_type".
 const std::pair<const char*, const char*> kParams[] = {

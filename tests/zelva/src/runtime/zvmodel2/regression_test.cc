@@ -43,7 +43,9 @@ void LoadAndRoundTrip(const std::string& name, const std::string& precision, boo
   try {
     again.FromBin(first, "fp32");
     again.ToBin(second, "fp32");
-    if (exact) EXPECT_EQ(Bytes(first), Bytes(second));
+    if (exact) {
+      EXPECT_EQ(Bytes(first), Bytes(second));
+    }
   } catch (const std::exception& e) {
     EXPECT_FALSE(exact) << e.what();
   }
@@ -60,6 +62,35 @@ TEST(LoaderRegressions, FuzzFindingsLoadCleanly) {
   // Numbers with a long run of zeros: the parser's exact-number path misread them.
   LoadAndRoundTrip<ZVModelInfo>("model_long_zero_number.json", "fp32");
   LoadAndRoundTrip<ZVModelMultiBackendCfgs>("cfg_long_zero_number.json", "fp32");
+  // 30,000 nested arrays under an unknown key: the recursive parse ran off the stack.
+  LoadAndRoundTrip<ZVModelInfo>("model_deep_nesting.json", "fp32");
+  LoadAndRoundTrip<ZVModelMultiBackendCfgs>("model_deep_nesting.json", "fp32");
+}
+
+// Nesting ten times deeper than the seed, through both readers and both entries to the JSON route: the load
+// is refused cleanly (the root lacks its "serializable_type") instead of crashing, and the same nesting under
+// a valid root is simply ignored.
+TEST(LoaderRegressions, DeepNestingCostsNoStack) {
+  const size_t depth = 300000;
+  const std::string nest = std::string(depth, '[') + std::string(depth, ']');
+  const std::string bare = "{\"serialization_protocol_version\": 20018, \"x\": " + nest + "}";
+  const std::string path = ::testing::TempDir() + "deep_nesting.json";
+  std::ofstream(path, std::ios::binary) << bare;
+  ZVModelInfo model;
+  EXPECT_THROW(model.FromFile(path), std::runtime_error);
+  ZVModelMultiBackendCfgs configs;
+  EXPECT_THROW(configs.FromJsonString(bare), std::runtime_error);
+
+  ZVModelMultiBackendCfgs empty;
+  const std::string valid = ::testing::TempDir() + "valid_cfg.json";
+  empty.ToFile(valid, "json");
+  std::ifstream in(valid, std::ios::binary);
+  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  text.insert(text.find('{') + 1, "\"deep\": " + nest + ",");
+  ZVModelMultiBackendCfgs loaded;
+  EXPECT_NO_THROW(loaded.FromJsonString(text));
+  std::remove(path.c_str());
+  std::remove(valid.c_str());
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <any>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,6 +26,18 @@ struct Visited {
 
 inline std::ostream& operator<<(std::ostream& os, const Visited& v) {
   return os << v.path << ":" << v.tag;
+}
+
+// "key:tag key:tag ..." as the visits it names, in order.
+inline std::vector<Visited> Parse(const std::string& fields) {
+  std::vector<Visited> out;
+  std::istringstream in(fields);
+  std::string item;
+  while (in >> item) {
+    const size_t colon = item.find(':');
+    out.push_back(Visited{item.substr(colon + 1), item.substr(0, colon)});
+  }
+  return out;
 }
 
 class ScriptVisitor : public Visitor, public WeightFieldVisitor {
