@@ -16,7 +16,8 @@
 //   static void Configure(State&, info, context);  after an accepted CheckSupport; failures are assertions
 //   static void Run(State&, inputs, outputs, context)            with kAllocates
 //   static void Forward(State&, inputs, outputs, context)        without
-//   optional: Accepts, OutputShapes, CheckInputs, CheckOutputs, Reset, kStateIsPrivate.
+//   optional: Accepts, Refused, OutputShapes, CheckInputs, CheckOutputs, AssertRunnable, Reset,
+//             kStateIsPrivate.
 #pragma once
 
 #include <cstdint>
@@ -85,6 +86,9 @@ struct FramePolicy {
   static constexpr bool kStateIsPrivate = false;
   // Which CheckSupport results Config accepts.
   static bool Accepts(int32_t support) { return support == runtime::kKernelOk; }
+  // Called when Config refuses, so that a state which remembers having been configured can forget it.
+  template <class State>
+  static void Refused(State&) {}
   template <class State>
   static std::vector<runtime::TensorShape> OutputShapes(const State&,
                                                         const std::vector<runtime::TensorShape>& inputs) {
@@ -98,6 +102,11 @@ struct FramePolicy {
   static int32_t CheckOutputs(const State&, const runtime::TensorList&) {
     return runtime::kKernelOk;
   }
+  // With kAllocates: what Run needs of the state and the inputs, asserted before the output shapes are
+  // computed (a kernel used before Config, a data type or channel count its core cannot read), so that the
+  // failure names the real fault instead of a shape computed from it.
+  template <class State>
+  static void AssertRunnable(const State&, const runtime::TensorList&) {}
   template <class State>
   static int32_t Reset(State&) {
     return runtime::kKernelNoState;
@@ -128,7 +137,10 @@ class Kernel final : public runtime::IKernel {
               std::shared_ptr<runtime::NetExtraInfo> /*net_extra_info*/,
               std::shared_ptr<runtime::Context> context) override {
     configured = false;
-    if (!Policy::Accepts(CheckSupport(layer_info, inference_param))) return false;
+    if (!Policy::Accepts(CheckSupport(layer_info, inference_param))) {
+      Policy::Refused(state_);
+      return false;
+    }
     Policy::Configure(state_, layer_info, context);
     configured = true;
     return true;
@@ -160,6 +172,7 @@ class Kernel final : public runtime::IKernel {
         shapes.push_back(t->shape);
       }
       ZV_ASSERT(context != nullptr, "[%s] no context.", Policy::kName);
+      Policy::AssertRunnable(state_, inputs);
       shapes = Policy::OutputShapes(state_, shapes);
       outputs.clear();
       for (auto& shape : shapes) {
