@@ -16,13 +16,15 @@
 //   static void Configure(State&, info, context);  after an accepted CheckSupport; failures are assertions
 //   static void Run(State&, inputs, outputs, context)            with kAllocates
 //   static void Forward(State&, inputs, outputs, context)        without
-//   optional: Accepts, Refused, OutputShapes, CheckInputs, CheckOutputs, AssertRunnable, Reset,
+//   optional: Accepts, Refused, OutputShapes (or OutputShape), CheckInputs, CheckOutputs, AssertRunnable,
+//   Reset,
 //             kStateIsPrivate.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -113,6 +115,18 @@ struct FramePolicy {
   }
 };
 
+// Whether a policy gives the one output shape of a one-output kernel from its first input's shape:
+//   static runtime::TensorShape OutputShape(const State&, const runtime::TensorShape& input);
+// It then stands for OutputShapes (which gives {OutputShape(inputs[0])}, reporting an empty list), and
+// Forward creates the output straight from the first input's shape, with no shape lists: the smallest kernels
+// spend a noticeable part of a call on those.
+template <class P, class = void>
+struct HasOutputShape : std::false_type {};
+template <class P>
+struct HasOutputShape<P, std::void_t<decltype(P::OutputShape(std::declval<const typename P::State&>(),
+                                                             std::declval<const runtime::TensorShape&>()))>>
+    : std::true_type {};
+
 // For policies that keep nothing.
 struct NoState {};
 
@@ -148,7 +162,12 @@ class Kernel final : public runtime::IKernel {
 
   std::vector<runtime::TensorShape> GetOutputShapes(
       const std::vector<runtime::TensorShape>& input_shapes) override {
-    return Policy::OutputShapes(state_, input_shapes);
+    if constexpr (HasOutputShape<Policy>::value) {
+      ZV_ASSERT(!input_shapes.empty(), "[%s] no input shape.", Policy::kName);
+      return {Policy::OutputShape(state_, input_shapes[0])};
+    } else {
+      return Policy::OutputShapes(state_, input_shapes);
+    }
   }
 
   int32_t ResetState() override { return Policy::Reset(state_); }
@@ -165,20 +184,23 @@ class Kernel final : public runtime::IKernel {
                const std::shared_ptr<runtime::Context>& context) override {
     if constexpr (Policy::kAllocates) {
       ZV_ASSERT(!inputs.empty(), "[%s] no input tensor.", Policy::kName);
-      std::vector<runtime::TensorShape> shapes;
-      shapes.reserve(inputs.size());
-      for (const auto& t : inputs) {
-        ZV_ASSERT(t != nullptr, "[%s] a null input tensor.", Policy::kName);
-        shapes.push_back(t->shape);
-      }
+      for (const auto& t : inputs) ZV_ASSERT(t != nullptr, "[%s] a null input tensor.", Policy::kName);
       ZV_ASSERT(context != nullptr, "[%s] no context.", Policy::kName);
       Policy::AssertRunnable(state_, inputs);
-      shapes = Policy::OutputShapes(state_, shapes);
       outputs.clear();
-      for (auto& shape : shapes) {
+      if constexpr (HasOutputShape<Policy>::value) {
         std::shared_ptr<runtime::Tensor> out;
-        context->GetDeviceCPU()->CreateTensor(out, std::move(shape));
+        context->GetDeviceCPU()->CreateTensor(out, Policy::OutputShape(state_, inputs[0]->shape));
         outputs.push_back(std::move(out));
+      } else {
+        std::vector<runtime::TensorShape> shapes;
+        shapes.reserve(inputs.size());
+        for (const auto& t : inputs) shapes.push_back(t->shape);
+        for (auto& shape : Policy::OutputShapes(state_, shapes)) {
+          std::shared_ptr<runtime::Tensor> out;
+          context->GetDeviceCPU()->CreateTensor(out, std::move(shape));
+          outputs.push_back(std::move(out));
+        }
       }
       Policy::Run(state_, inputs, outputs, context);
     } else {

@@ -1,6 +1,6 @@
-// The reference of the batch-normalisation family, plain loops on raw pointers. It is also the core of the one
-// member (a scalar core that is the reference itself lives here, not under cpu/fallback). The family tester
-// holds the member against it bit for bit and holds it against the eval-mode layer of torch
+// The reference of the batch-normalisation family, plain loops on raw pointers. It is also the core of the
+// one member (a scalar core that is the reference itself lives here, not under cpu/fallback). The family
+// tester holds the member against it bit for bit and holds it against the eval-mode layer of torch
 // (tests/data/batchnorm2d_fixture.txt, tools/gen_batchnorm_fixture.py) within 1e-5 * (1 + |expected|).
 #pragma once
 

@@ -65,10 +65,8 @@ struct PlanarConvPolicy : FramePolicy {
                         const std::shared_ptr<runtime::Context>& context) {
     ConfigPlanarConv(kName, layer_info, context, &state);
   }
-  static std::vector<runtime::TensorShape> OutputShapes(const State& state,
-                                                        const std::vector<runtime::TensorShape>& inputs) {
-    ZV_ASSERT(!inputs.empty(), "[%s] no input shape.", kName);
-    return {PlanarConvOutputShape(state.param, inputs[0])};
+  static runtime::TensorShape OutputShape(const State& state, const runtime::TensorShape& input) {
+    return PlanarConvOutputShape(state.param, input);
   }
   static int32_t CheckInputs(const State& state, const runtime::TensorList& inputs) {
     return CheckPlanarConvInputs(state.param, inputs);

@@ -1,8 +1,8 @@
-// The reference of the 2D convolution family: the plain convolution, any kernel, stride, dilation, padding and
-// group count, one element at a time. It is also the core of the Fallback member (a scalar core that is the
-// reference itself lives here, not under cpu/fallback). The family tester holds every member against it and
-// holds it against torch.nn.Conv2d (tests/data/conv2d_fixture.txt, tools/gen_conv_fixture.py) within
-// 4e-6 * (1 + the sum of the absolute values of the terms) at every element.
+// The reference of the 2D convolution family: the plain convolution, any kernel, stride, dilation, padding
+// and group count, one element at a time. It is also the core of the Fallback member (a scalar core that is
+// the reference itself lives here, not under cpu/fallback). The family tester holds every member against it
+// and holds it against torch.nn.Conv2d (tests/data/conv2d_fixture.txt, tools/gen_conv_fixture.py) within 4e-6
+// * (1 + the sum of the absolute values of the terms) at every element.
 #pragma once
 
 #include "zelva/src/kernel/family/conv2d/cores.h"

@@ -53,17 +53,18 @@ bool GroupsPass(ConvGroups rule, uint32_t groups) {
 
 int32_t CheckConv2dSupport(const Conv2dRule& rule, const std::shared_ptr<runtime::LayerInfo>& layer_info,
                            const std::shared_ptr<runtime::InferenceParam>& inference_param) {
-  return SupportFor<runtime::Conv2dInfo>(layer_info, inference_param, [&rule](const runtime::Conv2dInfo& info) {
-    const bool pass =
-        Matches(rule.kernel_y, info.kernel_y) && Matches(rule.kernel_x, info.kernel_x) &&
-        Matches(rule.stride_y, info.stride_y) && Matches(rule.stride_x, info.stride_x) &&
-        Matches(rule.dilation_y, info.dilation_y) && Matches(rule.dilation_x, info.dilation_x) &&
-        ChannelsPass(rule.channels, info.in_channels, info.out_channels, info.groups) &&
-        GroupsPass(rule.groups, info.groups) && PadMatches(rule.padding_l, info.padding_l) &&
-        PadMatches(rule.padding_r, info.padding_r) && PadMatches(rule.padding_t, info.padding_t) &&
-        PadMatches(rule.padding_b, info.padding_b);
-    return pass ? runtime::kKernelOk : runtime::kKernelNotSupported;
-  });
+  return SupportFor<runtime::Conv2dInfo>(
+      layer_info, inference_param, [&rule](const runtime::Conv2dInfo& info) {
+        const bool pass =
+            Matches(rule.kernel_y, info.kernel_y) && Matches(rule.kernel_x, info.kernel_x) &&
+            Matches(rule.stride_y, info.stride_y) && Matches(rule.stride_x, info.stride_x) &&
+            Matches(rule.dilation_y, info.dilation_y) && Matches(rule.dilation_x, info.dilation_x) &&
+            ChannelsPass(rule.channels, info.in_channels, info.out_channels, info.groups) &&
+            GroupsPass(rule.groups, info.groups) && PadMatches(rule.padding_l, info.padding_l) &&
+            PadMatches(rule.padding_r, info.padding_r) && PadMatches(rule.padding_t, info.padding_t) &&
+            PadMatches(rule.padding_b, info.padding_b);
+        return pass ? runtime::kKernelOk : runtime::kKernelNotSupported;
+      });
 }
 
 }  // namespace kernel

@@ -1,6 +1,6 @@
 // The cores of the depthwise convolution family. They see the planar convolution's PlanarConvArgs (the family
-// shares the 2D convolution's rule and planar frame). Declarations only: each core is defined in the folder of
-// the instruction set it needs (cpu/sse/depthwise).
+// shares the 2D convolution's rule and planar frame). Declarations only: each core is defined in the folder
+// of the instruction set it needs (cpu/sse/depthwise).
 #pragma once
 
 #include "zelva/src/kernel/family/conv2d/cores.h"

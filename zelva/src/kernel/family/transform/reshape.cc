@@ -148,11 +148,9 @@ void ConfigReshape(ReshapeState* state, const std::shared_ptr<runtime::LayerInfo
   state->configured = true;
 }
 
-std::vector<runtime::TensorShape> ReshapeOutputShapes(const ReshapeRow& row, const ReshapeState& state,
-                                                      const std::vector<runtime::TensorShape>& inputs) {
-  ZV_ASSERT(!inputs.empty(), "[%s] no input shape.", row.name);
-  const runtime::TensorShape& in = inputs[0];
-  if (row.form == ReshapeForm::kGeneral) return {GeneralShape(row, state, in)};
+runtime::TensorShape ReshapeOutputShape(const ReshapeRow& row, const ReshapeState& state,
+                                        const runtime::TensorShape& in) {
+  if (row.form == ReshapeForm::kGeneral) return GeneralShape(row, state, in);
 
   const std::vector<int32_t>& ns = state.param.new_shape;
   const int32_t total = in.ElementCount();
@@ -209,7 +207,7 @@ std::vector<runtime::TensorShape> ReshapeOutputShapes(const ReshapeRow& row, con
       break;
     }
   }
-  return {runtime::TensorShape(std::move(dims), in.data_type, layout, in.location, in.extra)};
+  return runtime::TensorShape(std::move(dims), in.data_type, layout, in.location, in.extra);
 }
 
 int32_t CheckReshapeInputs(const ReshapeRow& row, const ReshapeState& state,
@@ -222,7 +220,7 @@ int32_t CheckReshapeInputs(const ReshapeRow& row, const ReshapeState& state,
       shape.layout > Layout::C8HW8 || shape.layout == Layout::HWC)
     return runtime::kKernelBadTensor;
   // The element count is compared with the configured output; before Config there is nothing to match.
-  if (!state.configured || ReshapeOutputShapes(row, state, {shape})[0].ElementCount() != shape.ElementCount())
+  if (!state.configured || ReshapeOutputShape(row, state, shape).ElementCount() != shape.ElementCount())
     return runtime::kKernelBadTensor;
   return runtime::kKernelOk;
 }

@@ -56,8 +56,8 @@ struct ReshapeState {
 int32_t CheckReshapeSupport(const ReshapeRow& row, const std::shared_ptr<runtime::LayerInfo>& layer_info,
                             const std::shared_ptr<runtime::InferenceParam>& inference_param);
 void ConfigReshape(ReshapeState* state, const std::shared_ptr<runtime::LayerInfo>& layer_info);
-std::vector<runtime::TensorShape> ReshapeOutputShapes(const ReshapeRow& row, const ReshapeState& state,
-                                                      const std::vector<runtime::TensorShape>& inputs);
+runtime::TensorShape ReshapeOutputShape(const ReshapeRow& row, const ReshapeState& state,
+                                        const runtime::TensorShape& input);
 // kGeneral: exactly one FLOAT32 tensor in main memory. The two CnHWn forms: one tensor in main memory, data
 // type FLOAT32, FLOAT16 or INT16, layout CHW, C4HW4 or C8HW8 and an element count equal to the output's
 // (nothing matches before Config); outputs alike with the form's output layout. The other forms test nothing.
@@ -80,9 +80,8 @@ struct ReshapePolicy : FramePolicy {
     ConfigReshape(&state, layer_info);
   }
   static void Refused(State& state) { state.configured = false; }
-  static std::vector<runtime::TensorShape> OutputShapes(const State& state,
-                                                        const std::vector<runtime::TensorShape>& inputs) {
-    return ReshapeOutputShapes(kRow, state, inputs);
+  static runtime::TensorShape OutputShape(const State& state, const runtime::TensorShape& input) {
+    return ReshapeOutputShape(kRow, state, input);
   }
   static int32_t CheckInputs(const State& state, const runtime::TensorList& inputs) {
     return CheckReshapeInputs(kRow, state, inputs);
