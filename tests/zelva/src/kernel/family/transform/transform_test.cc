@@ -43,12 +43,13 @@ std::vector<Member> AllMembers() {
   return members;
 }
 
-Accuracy AccuracyOf(const std::string& name) {
-  for (const Member& m : AllMembers()) {
-    if (m.name == name) return m.accuracy;
+const Member& Find(const std::string& name) {
+  static const std::vector<Member> members = AllMembers();
+  for (const Member& m : members) {
+    if (m.name == name) return m;
   }
   ADD_FAILURE() << name << " is no row of the list";
-  return kBitExact;
+  return members[0];
 }
 
 std::shared_ptr<runtime::TensorReshapeInfo> Reshape(std::vector<int16_t> new_shape) {
@@ -76,14 +77,9 @@ class TransformFamilyTest : public ::testing::Test {
     return t;
   }
   std::shared_ptr<runtime::IKernel> Configured(const std::string& name, std::vector<int16_t> new_shape) {
-    for (const Member& m : AllMembers()) {
-      if (m.name != name) continue;
-      auto kernel = m.make();
-      EXPECT_TRUE(kernel->Config(Reshape(std::move(new_shape)), nullptr, nullptr, context_)) << name;
-      return kernel;
-    }
-    ADD_FAILURE() << name;
-    return nullptr;
+    auto kernel = Find(name).make();
+    EXPECT_TRUE(kernel->Config(Reshape(std::move(new_shape)), nullptr, nullptr, context_)) << name;
+    return kernel;
   }
   std::vector<float> Run(runtime::IKernel& kernel, const std::shared_ptr<runtime::Tensor>& input,
                          TensorShape* out_shape = nullptr) {
@@ -162,8 +158,8 @@ TEST_F(TransformFamilyTest, BlockedInputsComeOutInLogicalOrder) {
             std::string(k.name) + " " + std::to_string(c) + "x" + std::to_string(h) + "x" + std::to_string(w);
         auto kernel = Configured(k.name, k.new_shape);
         TensorShape shape;
-        zvtest::ExpectAccuracy(Run(*kernel, input, &shape), k.planar ? planar : blocked, AccuracyOf(k.name),
-                               what);
+        zvtest::ExpectAccuracy(Run(*kernel, input, &shape), k.planar ? planar : blocked,
+                               Find(k.name).accuracy, what);
         EXPECT_EQ(shape.dims, k.dims) << what;
         EXPECT_EQ(shape.layout, k.layout) << what;
         EXPECT_EQ(kernel->GetOutputShapes({input->shape})[0].dims, k.dims) << what;
