@@ -3,7 +3,8 @@
 // to stream its input and weights once with memcpy, measured in the same run: counter x_stream is the
 // member's thread CPU time per call over that yardstick's.
 //
-// Run: build/bench/zelva_bench --benchmark_filter=Conv
+// Every row of the 2D convolution and depthwise lists is measured (rows whose instruction set the processor
+// lacks are left out). Run: build/bench/zelva_bench --benchmark_filter=Conv
 #include <benchmark/benchmark.h>
 
 #include <time.h>
@@ -13,10 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "zelva/src/kernel/cpu/fallback/conv2d/members.h"
-#include "zelva/src/kernel/cpu/sgemm/conv2d/members.h"
-#include "zelva/src/kernel/cpu/sse/conv2d/members.h"
-#include "zelva/src/kernel/cpu/sse/depthwise/members.h"
+#include "zelva/src/kernel/family/conv2d/members.h"
+#include "zelva/src/kernel/family/depthwise/members.h"
 #include "zelva/src/runtime/context.h"
 #include "zelva/src/runtime/weight_data.h"
 
@@ -104,7 +103,8 @@ void RunMember(benchmark::State& state, Shape shape) {
 }
 
 template <class Kernel>
-void RegisterMember(const char* name, const Conv2dRule& /*rule*/) {
+void RegisterMember(const char* name, Isa isa) {
+  if (isa == Isa::kAVX && !__builtin_cpu_supports("avx")) return;
   std::mt19937 rng(1);
   for (const Shape& s : kShapes) {
     Kernel probe;
@@ -114,11 +114,9 @@ void RegisterMember(const char* name, const Conv2dRule& /*rule*/) {
 }
 
 const int kRegistered = [] {
-#define ZV_BENCH_MEMBER(group, cls, ...) RegisterMember<cls>(#cls, cls##_rule);
-  ZV_FALLBACK_CONV2D_MEMBERS(ZV_BENCH_MEMBER)
-  ZV_SGEMM_CONV2D_MEMBERS(ZV_BENCH_MEMBER)
-  ZV_SSE_CONV2D_MEMBERS(ZV_BENCH_MEMBER)
-  ZV_SSE_DEPTHWISE_MEMBERS(ZV_BENCH_MEMBER)
+#define ZV_BENCH_MEMBER(group, isa, cls, ...) RegisterMember<cls>(#cls, Isa::isa);
+  ZV_CONV2D_MEMBERS(ZV_BENCH_MEMBER)
+  ZV_DEPTHWISE_MEMBERS(ZV_BENCH_MEMBER)
 #undef ZV_BENCH_MEMBER
   return 0;
 }();

@@ -8,8 +8,10 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <istream>
 #include <memory>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -71,11 +73,17 @@ inline uint32_t Bits(float f) {
   return b;
 }
 
-// Holds `got` to `want` under `accuracy`: bit for bit (NaN matching any NaN), or within the bound.
-// Reports the first few differing places with `what`.
+// Holds `got` to `want` under `accuracy`: bit for bit (NaN matching any NaN), or within the bound
+// max_abs + max_rel * |want[i]|; with `scale`, max_abs + max_rel * scale[i] instead (for sums, where
+// cancellation makes |want| meaningless: the same sum over the absolute values of the terms). Reports the
+// first few differing places with `what`.
 inline void ExpectAccuracy(const std::vector<float>& got, const std::vector<float>& want,
-                           zelva::kernel::Accuracy accuracy, const std::string& what) {
+                           zelva::kernel::Accuracy accuracy, const std::string& what,
+                           const std::vector<float>* scale = nullptr) {
   ASSERT_EQ(got.size(), want.size()) << what;
+  if (scale != nullptr) {
+    ASSERT_EQ(scale->size(), want.size()) << what;
+  }
   int reported = 0;
   for (size_t i = 0; i < got.size() && reported < 5; ++i) {
     bool ok;
@@ -84,7 +92,8 @@ inline void ExpectAccuracy(const std::vector<float>& got, const std::vector<floa
     } else if (accuracy.BitExact()) {
       ok = Bits(got[i]) == Bits(want[i]);
     } else {
-      const double bound = accuracy.max_abs + accuracy.max_rel * std::fabs(static_cast<double>(want[i]));
+      const double size = scale != nullptr ? (*scale)[i] : std::fabs(static_cast<double>(want[i]));
+      const double bound = accuracy.max_abs + accuracy.max_rel * size;
       ok = std::fabs(static_cast<double>(got[i]) - want[i]) <= bound;
     }
     if (!ok) {
@@ -92,6 +101,17 @@ inline void ExpectAccuracy(const std::vector<float>& got, const std::vector<floa
       ++reported;
     }
   }
+}
+
+// One line of a fixture file in tests/data/ as numbers.
+inline std::vector<float> ReadFixtureRow(std::istream& in) {
+  std::string line;
+  std::getline(in, line);
+  std::istringstream row(line);
+  std::vector<float> values;
+  float v;
+  while (row >> v) values.push_back(v);
+  return values;
 }
 
 }  // namespace zvtest

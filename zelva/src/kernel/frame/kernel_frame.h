@@ -16,12 +16,14 @@
 //   static void Configure(State&, info, context);  after an accepted CheckSupport; failures are assertions
 //   static void Run(State&, inputs, outputs, context)            with kAllocates
 //   static void Forward(State&, inputs, outputs, context)        without
-//   optional: Accepts, OutputShapes, CheckInputs, CheckOutputs, Reset, Precheck, kStateIsPrivate.
+//   optional: Accepts, Refused, OutputShapes (or OutputShape), CheckInputs, CheckOutputs, Precheck,
+//             AssertRunnable, Reset, kStateIsPrivate.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -85,6 +87,9 @@ struct FramePolicy {
   static constexpr bool kStateIsPrivate = false;
   // Which CheckSupport results Config accepts.
   static bool Accepts(int32_t support) { return support == runtime::kKernelOk; }
+  // Called when Config refuses, so that a state which remembers having been configured can forget it.
+  template <class State>
+  static void Refused(State&) {}
   template <class State>
   static std::vector<runtime::TensorShape> OutputShapes(const State&,
                                                         const std::vector<runtime::TensorShape>& inputs) {
@@ -98,6 +103,11 @@ struct FramePolicy {
   static int32_t CheckOutputs(const State&, const runtime::TensorList&) {
     return runtime::kKernelOk;
   }
+  // With kAllocates: what Run needs of the state and the inputs, asserted before the output shapes are
+  // computed (a kernel used before Config, a data type or channel count its core cannot read), so that the
+  // failure names the real fault instead of a shape computed from it.
+  template <class State>
+  static void AssertRunnable(const State&, const runtime::TensorList&) {}
   template <class State>
   static int32_t Reset(State&) {
     return runtime::kKernelNoState;
@@ -109,6 +119,18 @@ struct FramePolicy {
   static void Precheck(const State&, bool /*configured*/, const runtime::TensorList& /*inputs*/,
                        const runtime::Context* /*context*/) {}
 };
+
+// Whether a policy gives the one output shape of a one-output kernel from its first input's shape:
+//   static runtime::TensorShape OutputShape(const State&, const runtime::TensorShape& input);
+// It then stands for OutputShapes (which gives {OutputShape(inputs[0])}, reporting an empty list), and
+// Forward creates the output straight from the first input's shape, with no shape lists: the smallest kernels
+// spend a noticeable part of a call on those.
+template <class P, class = void>
+struct HasOutputShape : std::false_type {};
+template <class P>
+struct HasOutputShape<P, std::void_t<decltype(P::OutputShape(std::declval<const typename P::State&>(),
+                                                             std::declval<const runtime::TensorShape&>()))>>
+    : std::true_type {};
 
 // For policies that keep nothing.
 struct NoState {};
@@ -134,7 +156,10 @@ class Kernel final : public runtime::IKernel {
               std::shared_ptr<runtime::NetExtraInfo> /*net_extra_info*/,
               std::shared_ptr<runtime::Context> context) override {
     configured = false;
-    if (!Policy::Accepts(CheckSupport(layer_info, inference_param))) return false;
+    if (!Policy::Accepts(CheckSupport(layer_info, inference_param))) {
+      Policy::Refused(state_);
+      return false;
+    }
     Policy::Configure(state_, layer_info, context);
     configured = true;
     return true;
@@ -142,7 +167,12 @@ class Kernel final : public runtime::IKernel {
 
   std::vector<runtime::TensorShape> GetOutputShapes(
       const std::vector<runtime::TensorShape>& input_shapes) override {
-    return Policy::OutputShapes(state_, input_shapes);
+    if constexpr (HasOutputShape<Policy>::value) {
+      ZV_ASSERT(!input_shapes.empty(), "[%s] no input shape.", Policy::kName);
+      return {Policy::OutputShape(state_, input_shapes[0])};
+    } else {
+      return Policy::OutputShapes(state_, input_shapes);
+    }
   }
 
   int32_t ResetState() override { return Policy::Reset(state_); }
@@ -160,19 +190,23 @@ class Kernel final : public runtime::IKernel {
     Policy::Precheck(state_, configured, inputs, context.get());
     if constexpr (Policy::kAllocates) {
       ZV_ASSERT(!inputs.empty(), "[%s] no input tensor.", Policy::kName);
-      std::vector<runtime::TensorShape> shapes;
-      shapes.reserve(inputs.size());
-      for (const auto& t : inputs) {
-        ZV_ASSERT(t != nullptr, "[%s] a null input tensor.", Policy::kName);
-        shapes.push_back(t->shape);
-      }
+      for (const auto& t : inputs) ZV_ASSERT(t != nullptr, "[%s] a null input tensor.", Policy::kName);
       ZV_ASSERT(context != nullptr, "[%s] no context.", Policy::kName);
-      shapes = Policy::OutputShapes(state_, shapes);
+      Policy::AssertRunnable(state_, inputs);
       outputs.clear();
-      for (auto& shape : shapes) {
+      if constexpr (HasOutputShape<Policy>::value) {
         std::shared_ptr<runtime::Tensor> out;
-        context->GetDeviceCPU()->CreateTensor(out, std::move(shape));
+        context->GetDeviceCPU()->CreateTensor(out, Policy::OutputShape(state_, inputs[0]->shape));
         outputs.push_back(std::move(out));
+      } else {
+        std::vector<runtime::TensorShape> shapes;
+        shapes.reserve(inputs.size());
+        for (const auto& t : inputs) shapes.push_back(t->shape);
+        for (auto& shape : Policy::OutputShapes(state_, shapes)) {
+          std::shared_ptr<runtime::Tensor> out;
+          context->GetDeviceCPU()->CreateTensor(out, std::move(shape));
+          outputs.push_back(std::move(out));
+        }
       }
       Policy::Run(state_, inputs, outputs, context);
     } else {

@@ -1,8 +1,8 @@
 // The SSE group: 128-bit vector kernels. Each family's member list is included here and expanded with
 // ZV_REGISTER_ROW, which takes the rows of this group.
-#include "zelva/src/kernel/cpu/sse/conv2d/members.h"
-#include "zelva/src/kernel/cpu/sse/depthwise/members.h"
 #include "zelva/src/kernel/family/activation/members.h"
+#include "zelva/src/kernel/family/conv2d/members.h"
+#include "zelva/src/kernel/family/depthwise/members.h"
 #include "zelva/src/kernel/family/elementwise/members.h"
 #include "zelva/src/kernel/family/fullconnection/members.h"
 #include "zelva/src/kernel/family/rnn/members.h"
@@ -17,8 +17,8 @@ void RegisterSSEKernels(KernelRegistry& registry) {
   (void)registry;
   ZV_FULLCONNECTION_MEMBERS(ZV_REGISTER_ROW)
   ZV_RNN_MEMBERS(ZV_REGISTER_ROW)
-  ZV_SSE_CONV2D_MEMBERS(ZV_REGISTER_MEMBER)
-  ZV_SSE_DEPTHWISE_MEMBERS(ZV_REGISTER_MEMBER)
+  ZV_CONV2D_MEMBERS(ZV_REGISTER_ROW)
+  ZV_DEPTHWISE_MEMBERS(ZV_REGISTER_ROW)
   ZV_ELEMENTWISE_MEMBERS(ZV_REGISTER_ROW)
   ZV_ACTIVATION_MEMBERS(ZV_REGISTER_ROW)
 }

@@ -47,10 +47,7 @@ void RegisterAVXKernels(KernelRegistry& registry);
 // For the registration files: expands one row of a family's member list, X(group, isa, class, ...), into its
 // registration when the member belongs to the group `kGroup` in scope. Use:
 // ZV_<FAMILY>_MEMBERS(ZV_REGISTER_ROW)
-#define ZV_REGISTER_ROW(group, isa, cls, ...) ZV_REGISTER_MEMBER(group, cls)
-
-// The same for a row X(group, class, ...).
-#define ZV_REGISTER_MEMBER(group, cls, ...)                                            \
+#define ZV_REGISTER_ROW(group, isa, cls, ...)                                          \
   if (::zelva::kernel::KernelGroup::group == kGroup) {                                 \
     ::zelva::kernel::RegisterKernel(registry, #cls, &::zelva::kernel::NewKernel<cls>); \
   }

@@ -1,4 +1,5 @@
-#include "zelva/src/kernel/cpu/fallback/transform/permute.h"
+// Core of the transform family (declared in family/transform/cores.h).
+#include "zelva/src/kernel/family/transform/cores.h"
 
 #include <cstring>
 

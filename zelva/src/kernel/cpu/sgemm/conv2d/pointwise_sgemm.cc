@@ -1,4 +1,4 @@
-#include "zelva/src/kernel/cpu/sgemm/conv2d/pointwise_sgemm.h"
+#include "zelva/src/kernel/family/conv2d/cores.h"
 
 #include <cstddef>
 

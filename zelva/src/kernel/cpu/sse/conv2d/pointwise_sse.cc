@@ -1,4 +1,4 @@
-#include "zelva/src/kernel/cpu/sse/conv2d/pointwise_sse.h"
+#include "zelva/src/kernel/family/conv2d/cores.h"
 
 #include <xmmintrin.h>
 

@@ -1,4 +1,4 @@
-#include "zelva/src/kernel/cpu/sse/depthwise/depthwise3x3_sse.h"
+#include "zelva/src/kernel/family/depthwise/cores.h"
 
 #include <xmmintrin.h>
 
