@@ -4,15 +4,5 @@
 #include "zelva/src/runtime/zvmodel2/model_cfg.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  zvfuzz::QuietLog();
-  const std::string& path = zvfuzz::ScratchPath(0, ".json");
-  zvfuzz::WriteFile(path, data, size);
-  zelva::runtime::ZVModelMultiBackendCfgs loaded;
-  try {
-    loaded.FromFile(path);
-  } catch (const std::exception&) {
-    return 0;  // a clean refusal is the expected answer to most inputs
-  }
-  zvfuzz::CheckBinaryRoundTrip(loaded);
-  return 0;
+  return zvfuzz::LoadAndCheck<zelva::runtime::ZVModelMultiBackendCfgs>(data, size, ".json", false);
 }

@@ -6,13 +6,13 @@
 #include <unistd.h>
 
 #include <cstdint>
-#include <deque>
 #include <cstdio>
 #include <cstdlib>
+#include <deque>
 #include <exception>
-#include <set>
 #include <fstream>
 #include <iterator>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -73,7 +73,9 @@ inline std::vector<char> ReadFile(const std::string& path) {
 inline bool Repeats(const std::vector<std::string>& ids) {
   return std::set<std::string>(ids.begin(), ids.end()).size() != ids.size();
 }
-inline bool HasRepeatedIds(const zelva::runtime::ZVModelInfo& model) { return Repeats(model.squential_ids); }
+inline bool HasRepeatedIds(const zelva::runtime::ZVModelInfo& model) {
+  return Repeats(model.squential_ids);
+}
 inline bool HasRepeatedIds(const zelva::runtime::ZVModelMultiBackendCfgs& configs) {
   for (const auto* cfg : {&configs.cpu_sse, &configs.cpu_avx, &configs.cpu_armv7, &configs.cpu_armv8,
                           &configs.gpu_opengl, &configs.gpu_metal, &configs.gpu_cuda, &configs.cpu_armv82}) {
@@ -81,7 +83,8 @@ inline bool HasRepeatedIds(const zelva::runtime::ZVModelMultiBackendCfgs& config
     if (Repeats((*cfg)->squential_ids)) return true;
     for (const auto& layer : (*cfg)->layer_cfgs) {
       if (layer.second == nullptr) continue;
-      if (Repeats(layer.second->input_converters->kernel_ids) || Repeats(layer.second->output_converters->kernel_ids))
+      if (Repeats(layer.second->input_converters->kernel_ids) ||
+          Repeats(layer.second->output_converters->kernel_ids))
         return true;
     }
   }
@@ -104,6 +107,29 @@ void CheckBinaryRoundTrip(T& loaded) {
   }
   again.ToBin(second, "fp32");
   if (!HasRepeatedIds(loaded) && ReadFile(first) != ReadFile(second)) std::abort();
+}
+
+// One target's body: `data` written as a file with `extension` and read as a T the way the engines read it
+// (FromFile; a binary file once more with fp32 weights), and whatever reads is written back and read again.
+template <class T>
+int LoadAndCheck(const uint8_t* data, size_t size, const char* extension, bool binary) {
+  QuietLog();
+  const std::string& path = ScratchPath(0, extension);
+  WriteFile(path, data, size);
+  for (int pass = 0; pass < (binary ? 2 : 1); ++pass) {
+    T loaded;
+    try {
+      if (pass == 0) {
+        loaded.FromFile(path);  // binary files by the extension route: fp16 weights
+      } else {
+        loaded.FromBin(path, "fp32");
+      }
+    } catch (const std::exception&) {
+      continue;  // a clean refusal is the expected answer to most inputs
+    }
+    CheckBinaryRoundTrip(loaded);
+  }
+  return 0;
 }
 
 }  // namespace zvfuzz

@@ -4,21 +4,5 @@
 #include "zelva/src/runtime/zvmodel2/model_info.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  zvfuzz::QuietLog();
-  const std::string& path = zvfuzz::ScratchPath(0, ".zvmod");
-  zvfuzz::WriteFile(path, data, size);
-  for (const char* precision : {"fp16", "fp32"}) {
-    zelva::runtime::ZVModelInfo loaded;
-    try {
-      if (precision[2] == '1') {
-        loaded.FromFile(path);
-      } else {
-        loaded.FromBin(path, precision);
-      }
-    } catch (const std::exception&) {
-      continue;
-    }
-    zvfuzz::CheckBinaryRoundTrip(loaded);
-  }
-  return 0;
+  return zvfuzz::LoadAndCheck<zelva::runtime::ZVModelInfo>(data, size, ".zvmod", true);
 }

@@ -109,8 +109,10 @@ struct ActivationParam {
   ZV_RECORD_FIELDS(ZV_FIELDS_ActivationInfo)
 };
 
-// Written out: the order of a convolution record is not the file order.
-struct Conv2dParam {
+// Written out: the order of a convolution record is not the file order. The transposed convolution pads
+// by signed amounts; otherwise the two records are the same.
+template <class Padding>
+struct ConvolutionRecord {
   uint32_t kernel_x = 0;
   uint32_t kernel_y = 0;
   uint32_t stride_x = 0;
@@ -122,32 +124,14 @@ struct Conv2dParam {
   uint32_t in_channels_per_group = 0;
   uint32_t out_channels_per_group = 0;
   uint32_t groups = 0;
-  uint32_t padding_l = 0;
-  uint32_t padding_r = 0;
-  uint32_t padding_t = 0;
-  uint32_t padding_b = 0;
+  Padding padding_l = 0;
+  Padding padding_r = 0;
+  Padding padding_t = 0;
+  Padding padding_b = 0;
   uint32_t if_bias = 0;
 };
-
-// The transposed convolution pads by signed amounts.
-struct ConvTranspose2dParam {
-  uint32_t kernel_x = 0;
-  uint32_t kernel_y = 0;
-  uint32_t stride_x = 0;
-  uint32_t stride_y = 0;
-  uint32_t dilation_x = 0;
-  uint32_t dilation_y = 0;
-  uint32_t in_channels = 0;
-  uint32_t out_channels = 0;
-  uint32_t in_channels_per_group = 0;
-  uint32_t out_channels_per_group = 0;
-  uint32_t groups = 0;
-  int32_t padding_l = 0;
-  int32_t padding_r = 0;
-  int32_t padding_t = 0;
-  int32_t padding_b = 0;
-  uint32_t if_bias = 0;
-};
+using Conv2dParam = ConvolutionRecord<uint32_t>;
+using ConvTranspose2dParam = ConvolutionRecord<int32_t>;
 
 struct AvgPool2dParam {
   ZV_RECORD_FIELDS(ZV_FIELDS_AvgPool2dInfo)

@@ -11,48 +11,27 @@ namespace zelva {
 namespace kernel {
 namespace {
 
-struct AddOp {
+// The operation of code kCode (0 add, 1 subtract, 2 multiply, 3 divide, 4 maximum, 5 minimum) on a vector
+// type V, and on one float.
+template <int kCode>
+struct BinaryOp {
   template <class V>
   static typename V::T Apply(typename V::T a, typename V::T b) {
-    return V::Add(a, b);
+    if constexpr (kCode == 0) return V::Add(a, b);
+    if constexpr (kCode == 1) return V::Sub(a, b);
+    if constexpr (kCode == 2) return V::Mul(a, b);
+    if constexpr (kCode == 3) return V::Div(a, b);
+    if constexpr (kCode == 4) return V::Max(a, b);
+    if constexpr (kCode == 5) return V::Min(a, b);
   }
-  static float One(float a, float b) { return functional::ApplyOp(0, a, b); }
+  static float One(float a, float b) { return functional::ApplyOp(kCode, a, b); }
 };
-struct SubOp {
-  template <class V>
-  static typename V::T Apply(typename V::T a, typename V::T b) {
-    return V::Sub(a, b);
-  }
-  static float One(float a, float b) { return functional::ApplyOp(1, a, b); }
-};
-struct MulOp {
-  template <class V>
-  static typename V::T Apply(typename V::T a, typename V::T b) {
-    return V::Mul(a, b);
-  }
-  static float One(float a, float b) { return functional::ApplyOp(2, a, b); }
-};
-struct DivOp {
-  template <class V>
-  static typename V::T Apply(typename V::T a, typename V::T b) {
-    return V::Div(a, b);
-  }
-  static float One(float a, float b) { return functional::ApplyOp(3, a, b); }
-};
-struct MaxOp {
-  template <class V>
-  static typename V::T Apply(typename V::T a, typename V::T b) {
-    return V::Max(a, b);
-  }
-  static float One(float a, float b) { return functional::ApplyOp(4, a, b); }
-};
-struct MinOp {
-  template <class V>
-  static typename V::T Apply(typename V::T a, typename V::T b) {
-    return V::Min(a, b);
-  }
-  static float One(float a, float b) { return functional::ApplyOp(5, a, b); }
-};
+using AddOp = BinaryOp<0>;
+using SubOp = BinaryOp<1>;
+using MulOp = BinaryOp<2>;
+using DivOp = BinaryOp<3>;
+using MaxOp = BinaryOp<4>;
+using MinOp = BinaryOp<5>;
 
 // Whether [p, p + n) and [q, q + n) share an element.
 inline bool RangesOverlap(const float* p, const float* q, uint32_t n) {

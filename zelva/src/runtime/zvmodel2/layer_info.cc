@@ -51,74 +51,79 @@ void VisitRowWeightList(std::shared_ptr<Visitor>& visitor, uint32_t since, std::
 #define ZV_VISIT_FIELD(form, since, type, name, init) ZV_VISIT_FIELD_##form(visitor, since, name, #name);
 
 // VisitAttr of a class whose fields are all in its list: its base's walk, then the list in order.
+// Used with a semicolon after it, like a declaration.
 #define ZV_DEFINE_VISIT_ATTR(Class, Base, LIST)              \
   void Class::VisitAttr(std::shared_ptr<Visitor>& visitor) { \
     Base::VisitAttr(visitor);                                \
     LIST(ZV_VISIT_FIELD)                                     \
-  }
+  }                                                          \
+  static_assert(true, "")
 
-ZV_DEFINE_VISIT_ATTR(LayerInfo, Serializable, ZV_FIELDS_LayerInfo)
+ZV_DEFINE_VISIT_ATTR(LayerInfo, Serializable, ZV_FIELDS_LayerInfo);
 
 // ---- Shared field sets ------------------------------------------------------------------------------------
 
 template <class Padding>
-ZV_DEFINE_VISIT_ATTR(ConvolutionInfo<Padding>, LayerInfo, ZV_FIELDS_ConvolutionInfo)
+ZV_DEFINE_VISIT_ATTR(ConvolutionInfo<Padding>, LayerInfo, ZV_FIELDS_ConvolutionInfo);
 template class ConvolutionInfo<uint16_t>;
 template class ConvolutionInfo<int16_t>;
 
-ZV_DEFINE_VISIT_ATTR(BatchNormInfo, LayerInfo, ZV_FIELDS_BatchNormInfo)
-ZV_DEFINE_VISIT_ATTR(ElementOperatorInfo, LayerInfo, ZV_FIELDS_ElementOperatorInfo)
-ZV_DEFINE_VISIT_ATTR(NewShapeInfo, LayerInfo, ZV_FIELDS_NewShapeInfo)
-ZV_DEFINE_VISIT_ATTR(SignedDimInfo, LayerInfo, ZV_FIELDS_SignedDimInfo)
-ZV_DEFINE_VISIT_ATTR(UnsignedDimInfo, LayerInfo, ZV_FIELDS_UnsignedDimInfo)
+ZV_DEFINE_VISIT_ATTR(BatchNormInfo, LayerInfo, ZV_FIELDS_BatchNormInfo);
+ZV_DEFINE_VISIT_ATTR(ElementOperatorInfo, LayerInfo, ZV_FIELDS_ElementOperatorInfo);
+ZV_DEFINE_VISIT_ATTR(NewShapeInfo, LayerInfo, ZV_FIELDS_NewShapeInfo);
+ZV_DEFINE_VISIT_ATTR(SignedDimInfo, LayerInfo, ZV_FIELDS_SignedDimInfo);
+ZV_DEFINE_VISIT_ATTR(UnsignedDimInfo, LayerInfo, ZV_FIELDS_UnsignedDimInfo);
 
 void RecurrentCellInfo::VisitAttr(std::shared_ptr<Visitor>& visitor) {
   LayerInfo::VisitAttr(visitor);
-  ZV_FIELDS_RecurrentHead(ZV_VISIT_FIELD) VisitActivation(visitor);
-  ZV_FIELDS_RecurrentCellTail(ZV_VISIT_FIELD)
+  ZV_FIELDS_RecurrentHead(ZV_VISIT_FIELD);
+  VisitActivation(visitor);
+  ZV_FIELDS_RecurrentCellTail(ZV_VISIT_FIELD);
 }
 
 void RecurrentInfo::VisitAttr(std::shared_ptr<Visitor>& visitor) {
   LayerInfo::VisitAttr(visitor);
-  ZV_FIELDS_RecurrentHead(ZV_VISIT_FIELD) VisitActivation(visitor);
-  ZV_FIELDS_RecurrentTail(ZV_VISIT_FIELD)
+  ZV_FIELDS_RecurrentHead(ZV_VISIT_FIELD);
+  VisitActivation(visitor);
+  ZV_FIELDS_RecurrentTail(ZV_VISIT_FIELD);
 }
 
 void RNNCellInfo::VisitActivation(std::shared_ptr<Visitor>& visitor) {
-  ZV_FIELDS_RNNActivation(ZV_VISIT_FIELD)
+  ZV_FIELDS_RNNActivation(ZV_VISIT_FIELD);
 }
 
-void RNNInfo::VisitActivation(std::shared_ptr<Visitor>& visitor){ZV_FIELDS_RNNActivation(ZV_VISIT_FIELD)}
+void RNNInfo::VisitActivation(std::shared_ptr<Visitor>& visitor) {
+  ZV_FIELDS_RNNActivation(ZV_VISIT_FIELD);
+}
 
 // ---- Kinds with fields of their own -----------------------------------------------------------------------
 
-ZV_DEFINE_VISIT_ATTR(InputInfo, LayerInfo, ZV_FIELDS_InputInfo)
-    ZV_DEFINE_VISIT_ATTR(ActivationInfo, LayerInfo, ZV_FIELDS_ActivationInfo)
-        ZV_DEFINE_VISIT_ATTR(AvgPool2dInfo, LayerInfo, ZV_FIELDS_AvgPool2dInfo)
-            ZV_DEFINE_VISIT_ATTR(MaxPool2dInfo, LayerInfo, ZV_FIELDS_MaxPool2dInfo)
-                ZV_DEFINE_VISIT_ATTR(InstanceNorm2dInfo, LayerInfo, ZV_FIELDS_InstanceNorm2dInfo)
-                    ZV_DEFINE_VISIT_ATTR(Upsample2dInfo, LayerInfo, ZV_FIELDS_Upsample2dInfo)
-                        ZV_DEFINE_VISIT_ATTR(TensorTransposeInfo, LayerInfo, ZV_FIELDS_TensorTransposeInfo)
-                            ZV_DEFINE_VISIT_ATTR(FullConnectionInfo, LayerInfo, ZV_FIELDS_FullConnectionInfo)
-                                ZV_DEFINE_VISIT_ATTR(PixelShuffleInfo, LayerInfo, ZV_FIELDS_PixelShuffleInfo)
-                                    ZV_DEFINE_VISIT_ATTR(TensorDimemsionSamplingInfo, Serializable,
-                                                         ZV_FIELDS_TensorDimemsionSamplingInfo)
+ZV_DEFINE_VISIT_ATTR(InputInfo, LayerInfo, ZV_FIELDS_InputInfo);
+ZV_DEFINE_VISIT_ATTR(ActivationInfo, LayerInfo, ZV_FIELDS_ActivationInfo);
+ZV_DEFINE_VISIT_ATTR(AvgPool2dInfo, LayerInfo, ZV_FIELDS_AvgPool2dInfo);
+ZV_DEFINE_VISIT_ATTR(MaxPool2dInfo, LayerInfo, ZV_FIELDS_MaxPool2dInfo);
+ZV_DEFINE_VISIT_ATTR(InstanceNorm2dInfo, LayerInfo, ZV_FIELDS_InstanceNorm2dInfo);
+ZV_DEFINE_VISIT_ATTR(Upsample2dInfo, LayerInfo, ZV_FIELDS_Upsample2dInfo);
+ZV_DEFINE_VISIT_ATTR(TensorTransposeInfo, LayerInfo, ZV_FIELDS_TensorTransposeInfo);
+ZV_DEFINE_VISIT_ATTR(FullConnectionInfo, LayerInfo, ZV_FIELDS_FullConnectionInfo);
+ZV_DEFINE_VISIT_ATTR(PixelShuffleInfo, LayerInfo, ZV_FIELDS_PixelShuffleInfo);
+ZV_DEFINE_VISIT_ATTR(TensorDimemsionSamplingInfo, Serializable, ZV_FIELDS_TensorDimemsionSamplingInfo);
 
-                                        void TensorGetItemInfo::VisitAttr(std::shared_ptr<Visitor>& visitor) {
+void TensorGetItemInfo::VisitAttr(std::shared_ptr<Visitor>& visitor) {
   LayerInfo::VisitAttr(visitor);
-  ZV_FIELDS_TensorGetItemInfo(ZV_VISIT_FIELD) if (sampling_infos.size() != num_sampling_infos)
-      sampling_infos.resize(num_sampling_infos);
+  ZV_FIELDS_TensorGetItemInfo(ZV_VISIT_FIELD);
+  if (sampling_infos.size() != num_sampling_infos) sampling_infos.resize(num_sampling_infos);
   for (size_t i = 0; i < sampling_infos.size(); ++i) visitor->Visit(sampling_infos[i], std::to_string(i));
 }
 
-ZV_DEFINE_VISIT_ATTR(ClipInfo, LayerInfo, ZV_FIELDS_ClipInfo)
-ZV_DEFINE_VISIT_ATTR(Conv1dInfo, LayerInfo, ZV_FIELDS_Conv1dInfo)
-ZV_DEFINE_VISIT_ATTR(Pad1dInfo, LayerInfo, ZV_FIELDS_Pad1dInfo)
-ZV_DEFINE_VISIT_ATTR(Pad2dInfo, LayerInfo, ZV_FIELDS_Pad2dInfo)
-ZV_DEFINE_VISIT_ATTR(WarpAffineInfo, LayerInfo, ZV_FIELDS_WarpAffineInfo)
-ZV_DEFINE_VISIT_ATTR(SoftArgMaxInfo, LayerInfo, ZV_FIELDS_SoftArgMaxInfo)
-ZV_DEFINE_VISIT_ATTR(SpatialGatherInfo, LayerInfo, ZV_FIELDS_SpatialGatherInfo)
-ZV_DEFINE_VISIT_ATTR(LayerPlaceholderInfo, LayerInfo, ZV_FIELDS_LayerPlaceholderInfo)
+ZV_DEFINE_VISIT_ATTR(ClipInfo, LayerInfo, ZV_FIELDS_ClipInfo);
+ZV_DEFINE_VISIT_ATTR(Conv1dInfo, LayerInfo, ZV_FIELDS_Conv1dInfo);
+ZV_DEFINE_VISIT_ATTR(Pad1dInfo, LayerInfo, ZV_FIELDS_Pad1dInfo);
+ZV_DEFINE_VISIT_ATTR(Pad2dInfo, LayerInfo, ZV_FIELDS_Pad2dInfo);
+ZV_DEFINE_VISIT_ATTR(WarpAffineInfo, LayerInfo, ZV_FIELDS_WarpAffineInfo);
+ZV_DEFINE_VISIT_ATTR(SoftArgMaxInfo, LayerInfo, ZV_FIELDS_SoftArgMaxInfo);
+ZV_DEFINE_VISIT_ATTR(SpatialGatherInfo, LayerInfo, ZV_FIELDS_SpatialGatherInfo);
+ZV_DEFINE_VISIT_ATTR(LayerPlaceholderInfo, LayerInfo, ZV_FIELDS_LayerPlaceholderInfo);
 
 // ---- Kind table
 // -------------------------------------------------------------------------------------------------
