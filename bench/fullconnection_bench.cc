@@ -7,13 +7,13 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "bench_support.h"
 #include "zelva/src/kernel/family/fullconnection/members.h"
 #include "zelva/src/kernel/functional/gemm.h"
 #include "zelva/src/kernel/registry/registry.h"
@@ -31,38 +31,7 @@ using zelva::runtime::TensorShape;
 const std::vector<std::pair<int64_t, int64_t>> kSizes = {{256, 256}, {256, 80}, {80, 256}};  // in, out
 
 std::vector<float> Random(size_t n, uint32_t seed) {
-  std::mt19937 rng(seed);
-  std::uniform_real_distribution<float> value(-1.0f, 1.0f);
-  std::vector<float> v(n);
-  for (float& f : v) f = value(rng);
-  return v;
-}
-
-// The yardstick ratio: best time per call of `run` over best time per memcpy of `bytes`, each the minimum
-// over rounds of `reps` calls, rounds of the two interleaved so that both see the same machine load.
-template <class Run>
-double RatioToMemcpy(Run&& run, size_t bytes) {
-  // Source and destination 64-byte aligned and 2 KiB apart modulo a page, so that the copy does not suffer
-  // from loads and stores aliasing at the same page offset.
-  std::vector<char> buffer(2 * bytes + 3 * 4096, 1);
-  char* const src =
-      reinterpret_cast<char*>((reinterpret_cast<uintptr_t>(buffer.data()) + 4095) & ~uintptr_t{4095});
-  char* const dst = src + (bytes + 4095) / 4096 * 4096 + 2048;
-  constexpr int kRounds = 30, kReps = 20;
-  double best_run = 1e30, best_copy = 1e30;
-  for (int round = 0; round < kRounds; ++round) {
-    auto t0 = std::chrono::steady_clock::now();
-    for (int r = 0; r < kReps; ++r) run();
-    auto t1 = std::chrono::steady_clock::now();
-    for (int r = 0; r < kReps; ++r) {
-      std::memcpy(dst, src, bytes);
-      benchmark::ClobberMemory();
-    }
-    auto t2 = std::chrono::steady_clock::now();
-    best_run = std::min(best_run, std::chrono::duration<double>(t1 - t0).count());
-    best_copy = std::min(best_copy, std::chrono::duration<double>(t2 - t1).count());
-  }
-  return best_run / best_copy;
+  return zvbench::RandomFloats(n, seed);
 }
 
 template <class K>
@@ -94,7 +63,7 @@ void RunMember(benchmark::State& state, uint32_t layout, FcInput rule) {
     benchmark::DoNotOptimize(outputs[0]->data);
   };
   for (auto _ : state) run();
-  state.counters["vs_memcpy"] = RatioToMemcpy(run, sizeof(float) * w.size());
+  state.counters["vs_memcpy"] = zvbench::RatioToMemcpy(run, sizeof(float) * w.size());
 }
 
 template <class K>
@@ -121,7 +90,7 @@ void DenseBySgemmBench(benchmark::State& state) {
     benchmark::ClobberMemory();
   };
   for (auto _ : state) run();
-  state.counters["vs_memcpy"] = RatioToMemcpy(run, sizeof(float) * w.size());
+  state.counters["vs_memcpy"] = zvbench::RatioToMemcpy(run, sizeof(float) * w.size());
 }
 
 int RegisterAll() {

@@ -1,15 +1,14 @@
 // Recurrent family: every member of the list on one layer of 256 inputs and 256 hidden, one step per Forward
 // for cells, 1 and 8 steps for sequences. Yardstick, measured in the same run: streaming the layer's weights
-// once with memcpy. Counters (thread CPU time): ns_per_step, memcpy_ns (one pass over the weights) and
-// x_memcpy, their ratio.
+// once with memcpy. Counter x_memcpy: thread CPU time per step over the time of one pass over the weights.
+//
+//   build/bench/zelva_bench --benchmark_filter='GRU|LSTM|RNN'
 #include <benchmark/benchmark.h>
 
-#include <time.h>
-
-#include <cstring>
 #include <random>
 #include <vector>
 
+#include "bench_support.h"
 #include "zelva/src/kernel/family/rnn/members.h"
 #include "zelva/src/kernel/registry/registry.h"
 #include "zelva/src/runtime/context.h"
@@ -74,28 +73,6 @@ std::shared_ptr<runtime::LayerInfo> Describe(RecurrentKind kind, bool sequence, 
   return info;
 }
 
-// CPU time of this thread: the machine is shared, wall time would count other processes' slices.
-double ThreadNs() {
-  timespec ts;
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
-  return static_cast<double>(ts.tv_sec) * 1e9 + static_cast<double>(ts.tv_nsec);
-}
-
-// Nanoseconds to copy `bytes` once, the best of several rounds.
-double MemcpyNs(size_t bytes) {
-  std::vector<char> src(bytes, 1), dst(bytes);
-  double best = 1e30;
-  for (int round = 0; round < 50; ++round) {
-    const double start = ThreadNs();
-    std::memcpy(dst.data(), src.data(), bytes);
-    benchmark::DoNotOptimize(dst.data());
-    benchmark::ClobberMemory();
-    const double ns = ThreadNs() - start;
-    if (ns < best) best = ns;
-  }
-  return best;
-}
-
 void RunMember(benchmark::State& state, std::shared_ptr<runtime::IKernel> (*make)(), RecurrentKind kind,
                bool sequence) {
   std::mt19937 rng(7);
@@ -114,17 +91,13 @@ void RunMember(benchmark::State& state, std::shared_ptr<runtime::IKernel> (*make
   runtime::TensorList outputs;
 
   const size_t weight_bytes = sizeof(float) * GateCount(kind) * kHidden * (kIn + kHidden);
-  const double memcpy_ns = MemcpyNs(weight_bytes);
-  const double start = ThreadNs();
-  for (auto _ : state) {
+  auto run = [&]() {
     kernel->Forward(inputs, outputs, context);
     benchmark::DoNotOptimize(outputs.data());
-  }
-  const double total_ns = ThreadNs() - start;
-  const double per_step = total_ns / static_cast<double>(state.iterations()) / steps;
-  state.counters["ns_per_step"] = per_step;
-  state.counters["memcpy_ns"] = memcpy_ns;
-  state.counters["x_memcpy"] = per_step / memcpy_ns;
+  };
+  for (auto _ : state) run();
+  // Per step, against one pass over the weights.
+  state.counters["x_memcpy"] = zvbench::RatioToMemcpy(run, weight_bytes, 30, 5) / steps;
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * steps *
                           static_cast<int64_t>(weight_bytes));
 }
