@@ -4,6 +4,7 @@
 #include "zelva/src/kernel/family/activation/members.h"
 #include "zelva/src/kernel/family/elementwise/members.h"
 #include "zelva/src/kernel/family/fullconnection/members.h"
+#include "zelva/src/kernel/family/layout/members.h"
 #include "zelva/src/kernel/registry/registry.h"
 
 namespace zelva {
@@ -14,6 +15,7 @@ void RegisterAVXKernels(KernelRegistry& registry) {
   ZV_FULLCONNECTION_MEMBERS(ZV_REGISTER_ROW)
   ZV_ACTIVATION_MEMBERS(ZV_REGISTER_ROW)
   ZV_ELEMENTWISE_MEMBERS(ZV_REGISTER_ROW)
+  ZV_LAYOUT_MEMBERS(ZV_REGISTER_ROW)
 }
 
 }  // namespace kernel
