@@ -3,8 +3,9 @@
 // to stream its input and weights once with memcpy, measured in the same run: counter x_stream is the
 // member's thread CPU time per call over that yardstick's.
 //
-// Every row of the 2D convolution and depthwise lists is measured (rows whose instruction set the processor
-// lacks are left out). Run: build/bench/zelva_bench --benchmark_filter=Conv
+// Every row of the 2D convolution list is measured (rows whose instruction set the processor lacks are left
+// out); the depthwise rows, planar and blocked, are in depthwise_bench.cc. Run: build/bench/zelva_bench
+// --benchmark_filter=Conv
 #include <benchmark/benchmark.h>
 
 #include <time.h>
@@ -15,7 +16,6 @@
 #include <vector>
 
 #include "zelva/src/kernel/family/conv2d/members.h"
-#include "zelva/src/kernel/family/depthwise/members.h"
 #include "zelva/src/runtime/context.h"
 #include "zelva/src/runtime/weight_data.h"
 
@@ -116,7 +116,6 @@ void RegisterMember(const char* name, Isa isa) {
 const int kRegistered = [] {
 #define ZV_BENCH_MEMBER(group, isa, cls, ...) RegisterMember<cls>(#cls, Isa::isa);
   ZV_CONV2D_MEMBERS(ZV_BENCH_MEMBER)
-  ZV_DEPTHWISE_MEMBERS(ZV_BENCH_MEMBER)
 #undef ZV_BENCH_MEMBER
   return 0;
 }();

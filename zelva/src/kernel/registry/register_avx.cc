@@ -2,8 +2,10 @@
 // whether they run). Each family's member list is included here and expanded with ZV_REGISTER_ROW, which
 // takes the rows of this group.
 #include "zelva/src/kernel/family/activation/members.h"
+#include "zelva/src/kernel/family/depthwise/members.h"
 #include "zelva/src/kernel/family/elementwise/members.h"
 #include "zelva/src/kernel/family/fullconnection/members.h"
+#include "zelva/src/kernel/family/layout/members.h"
 #include "zelva/src/kernel/registry/registry.h"
 
 namespace zelva {
@@ -14,6 +16,8 @@ void RegisterAVXKernels(KernelRegistry& registry) {
   ZV_FULLCONNECTION_MEMBERS(ZV_REGISTER_ROW)
   ZV_ACTIVATION_MEMBERS(ZV_REGISTER_ROW)
   ZV_ELEMENTWISE_MEMBERS(ZV_REGISTER_ROW)
+  ZV_LAYOUT_MEMBERS(ZV_REGISTER_ROW)
+  ZV_DEPTHWISE_MEMBERS(ZV_REGISTER_ROW)
 }
 
 }  // namespace kernel

@@ -5,6 +5,7 @@
 #include "zelva/src/kernel/family/depthwise/members.h"
 #include "zelva/src/kernel/family/elementwise/members.h"
 #include "zelva/src/kernel/family/fullconnection/members.h"
+#include "zelva/src/kernel/family/layout/members.h"
 #include "zelva/src/kernel/family/rnn/members.h"
 #include "zelva/src/kernel/registry/registry.h"
 
@@ -21,6 +22,7 @@ void RegisterSSEKernels(KernelRegistry& registry) {
   ZV_DEPTHWISE_MEMBERS(ZV_REGISTER_ROW)
   ZV_ELEMENTWISE_MEMBERS(ZV_REGISTER_ROW)
   ZV_ACTIVATION_MEMBERS(ZV_REGISTER_ROW)
+  ZV_LAYOUT_MEMBERS(ZV_REGISTER_ROW)
 }
 
 }  // namespace kernel
