@@ -134,10 +134,11 @@ struct WinogradConvCore {
 
 // F(2x2, 3x3) in SSE (cpu/sse/conv2d/winograd_sse.cc). Each 4 by 4 input tile is transformed with B^T d B
 // (two 4-lane passes with a transpose between), multiplied element by element with U and summed over the
-// group's input channels, and A^T M A added into the output. The tile-major core keeps one tile's 16 sums in
-// four registers and walks the input channels for it; the matrix core stores the transformed tiles as 16
-// matrices [channels, tiles] and forms the 16 products [outputs, tiles] over chunks of tiles, four tiles a
-// register. Results agree with the direct convolution within rounding.
+// group's input channels, and A^T M A added into the output. The tile-major core stores the transformed tiles
+// as [tiles, channels, 16] and keeps one tile's 16 sums for two output channels in eight registers; the
+// matrix core stores them over chunks of tiles as 16 matrices [channels, tiles] (four tiles transposed into
+// place at once), forms the 16 products [outputs, tiles] with four outputs by eight tiles in registers, and
+// transforms four tiles' outputs a register. Results agree with the direct convolution within rounding.
 void WinogradTilesSse(const WinogradConvArgs& args);
 uint32_t WinogradTilesSseWork(const Conv2dParam& param, uint32_t tiles);
 void WinogradMatricesSse(const WinogradConvArgs& args);

@@ -64,6 +64,33 @@ inline void AddTileAt(const WinogradConvArgs& a, const Tiles& t, uint32_t tile, 
                 2 * tx + 1 < a.out_w);
 }
 
+// Output channels oc .. oc + R - 1 over every tile, from the transformed tiles in `work` ([tiles, channels,
+// 16]): each tile's 16 sums per channel in four registers.
+template <int R>
+void TileMajorOutputs(const WinogradConvArgs& a, const Tiles& t, uint32_t channels, uint32_t oc) {
+  const float* u = a.transformed + static_cast<size_t>(oc) * channels * 16;
+  const size_t u_step = static_cast<size_t>(channels) * 16;
+  for (uint32_t tile = 0; tile < t.count; ++tile) {
+    const float* v = a.work + static_cast<size_t>(tile) * channels * 16;
+    __m128 acc[R][4];
+    for (int q = 0; q < R; ++q) {
+      for (int r = 0; r < 4; ++r) acc[q][r] = _mm_setzero_ps();
+    }
+    for (uint32_t c = 0; c < channels; ++c) {
+      for (int r = 0; r < 4; ++r) {
+        const __m128 x = _mm_loadu_ps(v + c * 16 + 4 * r);
+        for (int q = 0; q < R; ++q)
+          acc[q][r] = _mm_add_ps(acc[q][r], _mm_mul_ps(_mm_loadu_ps(u + q * u_step + c * 16 + 4 * r), x));
+      }
+    }
+    for (int q = 0; q < R; ++q) {
+      float m[16];
+      for (int r = 0; r < 4; ++r) _mm_storeu_ps(m + 4 * r, acc[q][r]);
+      AddTileAt(a, t, tile, m, a.output + (oc + q) * t.out_plane);
+    }
+  }
+}
+
 }  // namespace
 
 uint32_t WinogradTilesSseWork(const Conv2dParam& p, uint32_t tiles) {
@@ -87,24 +114,10 @@ void WinogradTilesSse(const WinogradConvArgs& a) {
         for (int r = 0; r < 4; ++r) _mm_storeu_ps(dst + 4 * r, v[r]);
       }
     }
-    for (uint32_t o = 0; o < outputs; ++o) {
-      const uint32_t oc = grp * outputs + o;
-      const float* u = a.transformed + static_cast<size_t>(oc) * channels * 16;
-      float* out = a.output + oc * t.out_plane;
-      for (uint32_t tile = 0; tile < t.count; ++tile) {
-        const float* v = a.work + static_cast<size_t>(tile) * channels * 16;
-        __m128 acc[4] = {_mm_setzero_ps(), _mm_setzero_ps(), _mm_setzero_ps(), _mm_setzero_ps()};
-        for (uint32_t c = 0; c < channels; ++c) {
-          for (int r = 0; r < 4; ++r) {
-            acc[r] = _mm_add_ps(
-                acc[r], _mm_mul_ps(_mm_loadu_ps(u + c * 16 + 4 * r), _mm_loadu_ps(v + c * 16 + 4 * r)));
-          }
-        }
-        float m[16];
-        for (int r = 0; r < 4; ++r) _mm_storeu_ps(m + 4 * r, acc[r]);
-        AddTileAt(a, t, tile, m, out);
-      }
-    }
+    // Two output channels a pass (one load of a transformed tile feeds both), then the odd one.
+    uint32_t o = 0;
+    for (; o + 2 <= outputs; o += 2) TileMajorOutputs<2>(a, t, channels, grp * outputs + o);
+    if (o < outputs) TileMajorOutputs<1>(a, t, channels, grp * outputs + o);
   }
 }
 
@@ -125,16 +138,29 @@ void WinogradMatricesSse(const WinogradConvArgs& a) {
     const float* u_group = a.transformed + static_cast<size_t>(grp) * outputs * channels * 16;
     for (uint32_t first = 0; first < t.count; first += kChunk) {
       const uint32_t n = std::min(kChunk, t.count - first), n8 = (n + 7) & ~7u;
+      // Four tiles at a time: transposing their rows puts one element of the four tiles in a register.
       for (uint32_t c = 0; c < channels; ++c) {
-        for (uint32_t k = 0; k < n8; ++k) {
-          alignas(16) float v[16] = {};
-          if (k < n) {
-            const uint32_t tile = first + k, ty = tile / t.across, tx = tile % t.across;
-            __m128 rows[4];
-            InputTile(in + c * t.in_plane + 2 * ty * t.in_w + 2 * tx, t.in_w, rows);
-            for (int r = 0; r < 4; ++r) _mm_store_ps(v + 4 * r, rows[r]);
+        for (uint32_t k = 0; k < n8; k += 4) {
+          __m128 rows[4][4];
+          for (uint32_t q = 0; q < 4; ++q) {
+            const uint32_t tile = first + k + q;
+            if (k + q < n) {
+              const uint32_t ty = tile / t.across, tx = tile % t.across;
+              InputTile(in + c * t.in_plane + 2 * ty * t.in_w + 2 * tx, t.in_w, rows[q]);
+            } else {
+              for (int r = 0; r < 4; ++r) rows[q][r] = _mm_setzero_ps();
+            }
           }
-          for (int e = 0; e < 16; ++e) v_all[(static_cast<size_t>(e) * channels + c) * kChunk + k] = v[e];
+          for (int r = 0; r < 4; ++r) {
+            __m128 e0 = rows[0][r], e1 = rows[1][r], e2 = rows[2][r], e3 = rows[3][r];
+            _MM_TRANSPOSE4_PS(e0, e1, e2, e3);
+            float* dst = v_all + (static_cast<size_t>(4 * r) * channels + c) * kChunk + k;
+            const size_t step = static_cast<size_t>(channels) * kChunk;
+            _mm_storeu_ps(dst, e0);
+            _mm_storeu_ps(dst + step, e1);
+            _mm_storeu_ps(dst + 2 * step, e2);
+            _mm_storeu_ps(dst + 3 * step, e3);
+          }
         }
       }
       for (int e = 0; e < 16; ++e) {
@@ -170,12 +196,34 @@ void WinogradMatricesSse(const WinogradConvArgs& a) {
           }
         }
       }
+      // The output transform of four tiles at a time, one register per element.
       for (uint32_t o = 0; o < outputs; ++o) {
         float* out = a.output + (grp * outputs + o) * t.out_plane;
-        for (uint32_t k = 0; k < n; ++k) {
-          float m[16];
-          for (int e = 0; e < 16; ++e) m[e] = m_all[(static_cast<size_t>(e) * outputs + o) * kChunk + k];
-          AddTileAt(a, t, first + k, m, out);
+        for (uint32_t k = 0; k < n; k += 4) {
+          __m128 m[16];
+          for (int e = 0; e < 16; ++e)
+            m[e] = _mm_loadu_ps(m_all + (static_cast<size_t>(e) * outputs + o) * kChunk + k);
+          __m128 s0[4], s1[4];
+          for (int j = 0; j < 4; ++j) {
+            s0[j] = _mm_add_ps(_mm_add_ps(m[j], m[4 + j]), m[8 + j]);
+            s1[j] = _mm_sub_ps(_mm_sub_ps(m[4 + j], m[8 + j]), m[12 + j]);
+          }
+          float y[4][4];
+          _mm_storeu_ps(y[0], _mm_add_ps(_mm_add_ps(s0[0], s0[1]), s0[2]));
+          _mm_storeu_ps(y[1], _mm_sub_ps(_mm_sub_ps(s0[1], s0[2]), s0[3]));
+          _mm_storeu_ps(y[2], _mm_add_ps(_mm_add_ps(s1[0], s1[1]), s1[2]));
+          _mm_storeu_ps(y[3], _mm_sub_ps(_mm_sub_ps(s1[1], s1[2]), s1[3]));
+          for (uint32_t q = 0; q < 4 && k + q < n; ++q) {
+            const uint32_t tile = first + k + q, ty = tile / t.across, tx = tile % t.across;
+            float* dst = out + static_cast<size_t>(2 * ty) * a.out_w + 2 * tx;
+            const bool second_row = 2 * ty + 1 < a.out_h, second_col = 2 * tx + 1 < a.out_w;
+            dst[0] += y[0][q];
+            if (second_col) dst[1] += y[1][q];
+            if (second_row) {
+              dst[a.out_w] += y[2][q];
+              if (second_col) dst[a.out_w + 1] += y[3][q];
+            }
+          }
         }
       }
     }
