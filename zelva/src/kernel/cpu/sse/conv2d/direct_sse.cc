@@ -10,7 +10,7 @@ namespace kernel {
 namespace {
 
 // The geometry of one call. A template argument of 0 means "read it from the record"; otherwise it is the
-// member's fixed value and the loops over it unroll.
+// member's fixed value and the loops over it unroll. Members of a fixed kernel size all have dilation 1.
 struct Geometry {
   uint32_t kh, kw, sh, sw, dh, dw;
   size_t in_w, in_plane;
@@ -36,6 +36,7 @@ template <int KH, int KW, int SW, int R, int P>
 inline void Tile(const Geometry& g, const float* in_row, const float* w, const float* start, size_t ox,
                  float* out, size_t out_plane) {
   const uint32_t kh = KH != 0 ? KH : g.kh, kw = KW != 0 ? KW : g.kw, sw = SW != 0 ? SW : g.sw;
+  const uint32_t dh = KH != 0 ? 1 : g.dh, dw = KW != 0 ? 1 : g.dw;
   const size_t w_stride = g.channels * g.taps;
   __m128 acc[R][P];
   for (int r = 0; r < R; ++r) {
@@ -45,9 +46,9 @@ inline void Tile(const Geometry& g, const float* in_row, const float* w, const f
   for (uint32_t c = 0; c < g.channels; ++c, x0 += g.in_plane) {
     const float* wc = w + c * g.taps;
     for (uint32_t ky = 0; ky < kh; ++ky) {
-      const float* xr = x0 + ky * g.dh * g.in_w;
+      const float* xr = x0 + ky * dh * g.in_w;
       for (uint32_t kx = 0; kx < kw; ++kx) {
-        const float* x = xr + kx * g.dw;
+        const float* x = xr + kx * dw;
         __m128 xv[P];
         for (int p = 0; p < P; ++p) xv[p] = LoadColumns<SW>(x + p * 4 * sw, sw);
         const size_t tap = ky * kw + kx;
@@ -67,13 +68,14 @@ inline void Tile(const Geometry& g, const float* in_row, const float* w, const f
 template <int KH, int KW, int SW>
 inline float Single(const Geometry& g, const float* in_row, const float* w, float start, size_t ox) {
   const uint32_t kh = KH != 0 ? KH : g.kh, kw = KW != 0 ? KW : g.kw, sw = SW != 0 ? SW : g.sw;
+  const uint32_t dh = KH != 0 ? 1 : g.dh, dw = KW != 0 ? 1 : g.dw;
   float acc = start;
   const float* x0 = in_row + ox * sw;
   for (uint32_t c = 0; c < g.channels; ++c, x0 += g.in_plane) {
     const float* wc = w + c * g.taps;
     for (uint32_t ky = 0; ky < kh; ++ky) {
-      const float* xr = x0 + ky * g.dh * g.in_w;
-      for (uint32_t kx = 0; kx < kw; ++kx) acc = acc + xr[kx * g.dw] * wc[ky * kw + kx];
+      const float* xr = x0 + ky * dh * g.in_w;
+      for (uint32_t kx = 0; kx < kw; ++kx) acc = acc + xr[kx * dw] * wc[ky * kw + kx];
     }
   }
   return acc;
