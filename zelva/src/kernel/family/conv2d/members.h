@@ -12,6 +12,9 @@
 #include "zelva/src/kernel/family/conv2d/winograd_frame.h"
 
 // Planar and layout-changing members
+// The direct planar and three-channel members sum in the reference's order and are bit-exact; the one-output
+// member reduces its lanes in another order (measured within 2.4e-7 of the magnitude of the terms) and
+// Winograd transforms (within 3e-7); both are held to 1e-6 and 2e-6 of it.
 // clang-format off
 #define ZV_CONV2D_PLANAR_MEMBERS(X)                                                                              \
   X(kSSE, kSSE, Conv2D_Knxm_Snxm_Dnxm_Gn_SSE_CHW_Float_M1, kBitExact, CHW,                                       \
