@@ -1,6 +1,8 @@
 #!/usr/bin/python3
 """Writes tests/data/conv2d_fixture.txt: planar convolutions computed by torch.nn.Conv2d, for the planar
-convolution members (1x1 pointwise, depthwise 3x3, and a general grouped, strided, dilated, non-square case).
+convolution members (1x1 pointwise, depthwise 3x3, and a general grouped, strided, dilated, non-square case),
+the planar members of fixed geometry, and the layers that change layout (three planar channels into blocks, blocks
+into one planar channel; the test converts the layouts).
 Asymmetric padding is applied with torch.nn.functional.pad (left, right, top, bottom) ahead of an unpadded
 layer, which is what the layer fields padding_l, padding_r, padding_t, padding_b mean.
 
@@ -32,6 +34,17 @@ CASES = [
     ("depthwise_valid", 1, 1, 7, 80, (3, 3), (1, 1), (1, 1), 1, (0, 0, 0, 0), True),
     ("depthwise_nobias", 5, 5, 4, 6, (3, 3), (1, 1), (1, 1), 5, (1, 1, 1, 1), False),
     ("general", 4, 6, 9, 11, (3, 2), (2, 1), (1, 2), 2, (0, 1, 2, 1), True),
+    # Planar members of fixed geometry, odd sizes around the vector widths.
+    ("planar_3x3_s1", 5, 6, 7, 9, (3, 3), (1, 1), (1, 1), 1, (1, 1, 1, 1), True),
+    ("planar_3x3_s1_grouped", 4, 6, 5, 17, (3, 3), (1, 1), (1, 1), 2, (1, 1, 1, 1), False),
+    ("planar_3x3_s2", 4, 5, 9, 19, (3, 3), (2, 2), (1, 1), 1, (1, 0, 1, 0), True),
+    ("planar_3x1", 3, 5, 6, 13, (3, 1), (1, 1), (1, 1), 1, (0, 0, 1, 1), True),
+    ("planar_1x3", 6, 4, 3, 8, (1, 3), (1, 1), (1, 1), 1, (1, 1, 0, 0), True),
+    ("planar_1x1_s2", 7, 5, 5, 17, (1, 1), (2, 2), (1, 1), 1, (0, 0, 0, 0), True),
+    # First layers of an image net (three planar channels in) and a last layer (one channel out).
+    ("first_3x3", 3, 16, 6, 9, (3, 3), (1, 1), (1, 1), 1, (1, 1, 1, 1), True),
+    ("first_7x7_s2", 3, 8, 11, 13, (7, 7), (2, 2), (1, 1), 1, (3, 3, 3, 3), True),
+    ("last_3x3", 16, 1, 5, 11, (3, 3), (1, 1), (1, 1), 1, (1, 1, 1, 1), True),
 ]
 
 

@@ -47,5 +47,104 @@ inline constexpr PlanarConvCore kPointwiseConvSse{&PointwiseConvSse, false};
 void PointwiseConvSgemm(const PlanarConvArgs& args);
 inline constexpr PlanarConvCore kPointwiseConvSgemm{&PointwiseConvSgemm, false};
 
+// Planar direct convolution in SSE (cpu/sse/conv2d/direct_sse.cc), on the zero-padded copy the frame makes:
+// per group, tiles of a few output channels by a few vectors of four output columns of one row, one
+// independent accumulator per output value, which starts from its bias (or 0.0) and adds the products in the
+// order (input channel, kernel row, kernel column), a separate multiply and add each. That is the order of
+// the reference, so results agree bit for bit. Columns left over after the vectors, and output channels left
+// over after the tiles, are done one at a time in the same order. Stride 2 gathers every other input column
+// from two loads; any other stride, kernel size and dilation come from the record (the general member).
+void DirectConv1x1S2Sse(const PlanarConvArgs& args);
+void DirectConv1x3S1Sse(const PlanarConvArgs& args);
+void DirectConv3x1S1Sse(const PlanarConvArgs& args);
+void DirectConv3x1S1SseWide(const PlanarConvArgs& args);  // tiles of two channels by sixteen columns
+void DirectConv3x3S1Sse(const PlanarConvArgs& args);
+void DirectConv3x3S2Sse(const PlanarConvArgs& args);
+void DirectConvAnySse(const PlanarConvArgs& args);
+inline constexpr PlanarConvCore kDirectConv1x1S2Sse{&DirectConv1x1S2Sse, true};
+inline constexpr PlanarConvCore kDirectConv1x3S1Sse{&DirectConv1x3S1Sse, true};
+inline constexpr PlanarConvCore kDirectConv3x1S1Sse{&DirectConv3x1S1Sse, true};
+inline constexpr PlanarConvCore kDirectConv3x1S1SseWide{&DirectConv3x1S1SseWide, true};
+inline constexpr PlanarConvCore kDirectConv3x3S1Sse{&DirectConv3x3S1Sse, true};
+inline constexpr PlanarConvCore kDirectConv3x3S2Sse{&DirectConv3x3S2Sse, true};
+inline constexpr PlanarConvCore kDirectConvAnySse{&DirectConvAnySse, true};
+
+// The same in AVX (cpu/avx/conv2d/direct_avx.cc), 3x3 stride 1: vectors of eight columns, then one of four,
+// then single columns; bit for bit the reference.
+void DirectConv3x3S1Avx(const PlanarConvArgs& args);
+inline constexpr PlanarConvCore kDirectConv3x3S1Avx{&DirectConv3x3S1Avx, true};
+
+// What a layout-changing core sees (relayout_frame.h). The input is the zero-padded copy, [in_channels, in_h,
+// in_w] planar or [in_channels / 8, in_h, in_w, 8] blocked; the output is [out_channels / B, out_h, out_w, B]
+// blocked or [1, out_h, out_w] planar. The weight is repacked as the frame describes; bias is null for a
+// layer without bias.
+struct RelayoutConvArgs {
+  const float* input;
+  uint32_t in_h, in_w;
+  float* output;
+  uint32_t out_h, out_w;
+  const float* weight;
+  const float* bias;
+  const Conv2dParam* param;
+};
+
+struct RelayoutConvCore {
+  void (*run)(const RelayoutConvArgs& args);
+};
+
+// Three planar input channels into a 4-blocked output, 3x3 stride 1 (cpu/sse/conv2d/relayout_sse.cc; the AVX
+// twin, two pixels a 256-bit register, in cpu/avx/conv2d/relayout_avx.cc), and into an 8-blocked output, 3x3
+// stride 1 and 7x7 stride 2 (AVX): for each output block and pixel, one accumulator of the block's channels,
+// started from their bias; for each input channel of the group, kernel row and column, the input value
+// broadcast times the weight vector of that channel and tap, a separate multiply and add. That is the order
+// of the reference, so results agree bit for bit. Pixels go four at a time, sharing each weight load.
+void Conv3x3S1PlanarToC4Sse(const RelayoutConvArgs& args);
+void Conv3x3S1PlanarToC4Avx(const RelayoutConvArgs& args);
+void Conv3x3S1PlanarToC8Avx(const RelayoutConvArgs& args);
+void Conv7x7S2PlanarToC8Avx(const RelayoutConvArgs& args);
+inline constexpr RelayoutConvCore kConv3x3S1PlanarToC4Sse{&Conv3x3S1PlanarToC4Sse};
+inline constexpr RelayoutConvCore kConv3x3S1PlanarToC4Avx{&Conv3x3S1PlanarToC4Avx};
+inline constexpr RelayoutConvCore kConv3x3S1PlanarToC8Avx{&Conv3x3S1PlanarToC8Avx};
+inline constexpr RelayoutConvCore kConv7x7S2PlanarToC8Avx{&Conv7x7S2PlanarToC8Avx};
+
+// An 8-blocked input into one planar output channel, 3x3 stride 1 (AVX): per pixel an eight-lane accumulator
+// of input block times weight vector over blocks and taps, then the lanes summed horizontally and the bias
+// added. The order differs from the reference's, so results agree within rounding.
+void Conv3x3S1C8ToPlanar1Avx(const RelayoutConvArgs& args);
+inline constexpr RelayoutConvCore kConv3x3S1C8ToPlanar1Avx{&Conv3x3S1C8ToPlanar1Avx};
+
+// What a Winograd core sees (winograd_frame.h): the input padded to [in_channels, in_h, in_w] with in_h =
+// even_h + 2 and in_w = even_w + 2, the output [out_channels, out_h, out_w] already set to the bias, the
+// transformed weights [out_channels, in_channels / groups, 16], and `work` of work_floats(param, tiles)
+// floats.
+struct WinogradConvArgs {
+  const float* input;
+  uint32_t in_h, in_w;
+  float* output;
+  uint32_t out_h, out_w;
+  const float* transformed;
+  const Conv2dParam* param;
+  float* work;
+};
+
+struct WinogradConvCore {
+  void (*run)(const WinogradConvArgs& args);
+  uint32_t (*work_floats)(const Conv2dParam& param, uint32_t tiles);
+};
+
+// F(2x2, 3x3) in SSE (cpu/sse/conv2d/winograd_sse.cc). Each 4 by 4 input tile is transformed with B^T d B
+// (two 4-lane passes with a transpose between), multiplied element by element with U and summed over the
+// group's input channels, and A^T M A added into the output. The tile-major core stores the transformed tiles
+// as [tiles, channels, 16] and keeps one tile's 16 sums for two output channels in eight registers; the
+// matrix core stores them over chunks of tiles as 16 matrices [channels, tiles] (four tiles transposed into
+// place at once), forms the 16 products [outputs, tiles] with four outputs by eight tiles in registers, and
+// transforms four tiles' outputs a register. Results agree with the direct convolution within rounding.
+void WinogradTilesSse(const WinogradConvArgs& args);
+uint32_t WinogradTilesSseWork(const Conv2dParam& param, uint32_t tiles);
+void WinogradMatricesSse(const WinogradConvArgs& args);
+uint32_t WinogradMatricesSseWork(const Conv2dParam& param, uint32_t tiles);
+inline constexpr WinogradConvCore kWinogradTilesSse{&WinogradTilesSse, &WinogradTilesSseWork};
+inline constexpr WinogradConvCore kWinogradMatricesSse{&WinogradMatricesSse, &WinogradMatricesSseWork};
+
 }  // namespace kernel
 }  // namespace zelva

@@ -60,7 +60,23 @@ enum class ConvLayout : uint8_t {
   kCHW,
   kC4HW4,
   kC8HW8,
+  kCHWToC4HW4,   // planar in, 4-blocked out (relayout_frame.h)
+  kCHWToC8HW8,   // planar in, 8-blocked out
+  kC8HW8ToCHW,   // 8-blocked in, planar out
+  kWinogradCHW,  // planar in and out, the Winograd frame (winograd_frame.h)
 };
+
+// The tensor layouts a member of each frame reads and writes.
+constexpr uint32_t ConvInputLayout(ConvLayout l) {
+  return l == ConvLayout::kC4HW4                                   ? runtime::Layout::C4HW4
+         : l == ConvLayout::kC8HW8 || l == ConvLayout::kC8HW8ToCHW ? runtime::Layout::C8HW8
+                                                                   : runtime::Layout::CHW;
+}
+constexpr uint32_t ConvOutputLayout(ConvLayout l) {
+  return l == ConvLayout::kC4HW4 || l == ConvLayout::kCHWToC4HW4   ? runtime::Layout::C4HW4
+         : l == ConvLayout::kC8HW8 || l == ConvLayout::kCHWToC8HW8 ? runtime::Layout::C8HW8
+                                                                   : runtime::Layout::CHW;
+}
 
 // The frame of each layout: a specialisation holding `template <const Conv2dRule&, const Core&> using
 // Policy`.

@@ -29,6 +29,7 @@ using zelva::kernel::Accuracy;
 using zelva::kernel::Conv2dRule;
 using zelva::kernel::ConvChannels;
 using zelva::kernel::ConvGroups;
+using zelva::kernel::ConvLayout;
 using zelva::kernel::Isa;
 using zelva::kernel::kConvAny;
 using zelva::kernel::kConvNonZero;
@@ -42,13 +43,15 @@ struct Member {
   Accuracy accuracy;
   const Conv2dRule* rule;
   std::function<std::shared_ptr<runtime::IKernel>()> make;
+  ConvLayout layout = ConvLayout::kCHW;  // the frame: which layouts the member reads and writes
 };
 
 // Expands a list into Members: ZV_CONV2D_MEMBERS(ZV_TEST_CONV_MEMBER) inside a function with `members`.
-#define ZV_TEST_CONV_MEMBER(group, isa, cls, accuracy, ...)                                      \
-  members.push_back(                                                                             \
-      {#cls, ::zelva::kernel::Isa::isa, ::zelva::kernel::accuracy, &::zelva::kernel::cls##_rule, \
-       [] { return std::shared_ptr<::zelva::runtime::IKernel>(new ::zelva::kernel::cls()); }});
+#define ZV_TEST_CONV_MEMBER(group, isa, cls, accuracy, layout, ...)                                         \
+  members.push_back({#cls, ::zelva::kernel::Isa::isa, ::zelva::kernel::accuracy,                            \
+                     &::zelva::kernel::cls##_rule,                                                          \
+                     [] { return std::shared_ptr<::zelva::runtime::IKernel>(new ::zelva::kernel::cls()); }, \
+                     ::zelva::kernel::ConvLayout::k##layout});
 
 using Reference = void (*)(const zelva::kernel::PlanarConvArgs&);
 
@@ -94,6 +97,35 @@ struct Layer {
 inline std::vector<float> Abs(std::vector<float> v) {
   for (float& x : v) x = std::fabs(x);
   return v;
+}
+
+// Lanes of a layout: 1 for planar, else the block size.
+inline uint32_t Lanes(uint32_t layout) {
+  return layout == runtime::Layout::C4HW4 ? 4 : layout == runtime::Layout::C8HW8 ? 8 : 1;
+}
+// The dims of a [c, h, w] tensor in `layout`: planar, or [c / B, h, w, B].
+inline std::vector<uint32_t> DimsIn(uint32_t layout, uint32_t c, uint32_t h, uint32_t w) {
+  const uint32_t b = Lanes(layout);
+  if (b == 1) return {c, h, w};
+  return {c / b, h, w, b};
+}
+// Planar [c, h, w] values to `layout` (to_planar false), or back.
+inline std::vector<float> Relayout(const std::vector<float>& v, uint32_t layout, uint32_t c, size_t hw,
+                                   bool to_planar) {
+  const uint32_t b = Lanes(layout);
+  if (b == 1) return v;
+  std::vector<float> out(v.size());
+  for (uint32_t ch = 0; ch < c; ++ch) {
+    for (size_t p = 0; p < hw; ++p) {
+      const size_t planar = ch * hw + p, blocked = ((ch / b) * hw + p) * b + ch % b;
+      if (to_planar) {
+        out[planar] = v[blocked];
+      } else {
+        out[blocked] = v[planar];
+      }
+    }
+  }
+  return out;
 }
 
 // `reference` on the layer with its own padding; with `magnitude`, on the absolute values of every term,
@@ -146,6 +178,14 @@ inline Layer RandomLayer(const Conv2dRule& r, std::mt19937& rng) {
   l.pb = PickPad(rng, r.padding_b);
   if (r.channels == ConvChannels::kDepthwise) {
     l.groups = l.in = l.out = 1 + rng() % 19;
+  } else if (r.channels == ConvChannels::kIn3OutMult4 || r.channels == ConvChannels::kIn3OutMult8) {
+    const uint32_t block = r.channels == ConvChannels::kIn3OutMult4 ? 4 : 8;
+    l.groups = r.groups != ConvGroups::kExactlyOne && rng() % 3 == 0 ? 3 : 1;
+    l.in = 3;
+    l.out = block * l.groups * (1 + rng() % 2);
+  } else if (r.channels == ConvChannels::kInMult8Out1) {
+    l.in = 8 * (1 + rng() % 3);
+    l.out = 1;
   } else {
     l.groups = r.groups == ConvGroups::kExactlyOne ? 1 : 1 + rng() % 3;
     l.in = l.groups * (1 + rng() % 7);
@@ -153,8 +193,10 @@ inline Layer RandomLayer(const Conv2dRule& r, std::mt19937& rng) {
   }
   const int64_t min_h = static_cast<int64_t>(l.dy) * (l.ky - 1) + 1 - l.pt - l.pb;
   const int64_t min_w = static_cast<int64_t>(l.dx) * (l.kx - 1) + 1 - l.pl - l.pr;
-  l.h = static_cast<uint32_t>(std::max<int64_t>(1, min_h) + rng() % 12);
-  l.w = static_cast<uint32_t>(std::max<int64_t>(1, min_w) + rng() % 40);
+  // Now and then a row of one pixel, and widths around the vector sizes.
+  const uint32_t pick_w[] = {1, 7, 8, 9, static_cast<uint32_t>(2 + rng() % 40)};
+  l.h = static_cast<uint32_t>(std::max<int64_t>(1, min_h) + (rng() % 6 == 0 ? 0 : rng() % 12));
+  l.w = static_cast<uint32_t>(std::max<int64_t>(min_w, pick_w[rng() % 5]));
   l.bias = rng() % 2 == 0;
   l.weight = RandomFloats(static_cast<size_t>(l.out) * (l.in / l.groups) * l.ky * l.kx, rng(), -1.0f, 1.0f);
   l.bias_values = RandomFloats(l.out, rng(), -1.0f, 1.0f);
@@ -168,15 +210,22 @@ inline void ExpectMember(const Member& m, const Layer& l, const std::vector<floa
                          const std::vector<float>& magnitude, const std::string& what) {
   auto ctx = MakeTestContext();
   auto kernel = m.make();
-  const auto outputs =
-      RunKernel(*kernel, l.Info(), {MakeTensor(ctx, {l.in, l.h, l.w}, runtime::Layout::CHW, l.input)}, ctx);
+  const uint32_t in_layout = zelva::kernel::ConvInputLayout(m.layout);
+  const uint32_t out_layout = zelva::kernel::ConvOutputLayout(m.layout);
+  const std::vector<uint32_t> in_dims = DimsIn(in_layout, l.in, l.h, l.w);
+  const auto outputs = RunKernel(
+      *kernel, l.Info(),
+      {MakeTensor(ctx, in_dims, in_layout, Relayout(l.input, in_layout, l.in, size_t{l.h} * l.w, false))},
+      ctx);
   ASSERT_EQ(outputs.size(), 1u) << what;
   const runtime::TensorShape& s = outputs[0]->shape;
-  EXPECT_EQ(s.dims, (std::vector<uint32_t>{l.out, l.OutH(), l.OutW()})) << what;
-  EXPECT_EQ(s.layout, runtime::Layout::CHW) << what;
-  const runtime::TensorShape in({l.in, l.h, l.w}, runtime::DataType::FLOAT32, runtime::Layout::CHW);
+  EXPECT_EQ(s.dims, DimsIn(out_layout, l.out, l.OutH(), l.OutW())) << what;
+  EXPECT_EQ(s.layout, out_layout) << what;
+  const runtime::TensorShape in(in_dims, runtime::DataType::FLOAT32, in_layout);
   EXPECT_EQ(kernel->GetOutputShapes({in})[0].dims, s.dims) << what;
-  ExpectAccuracy(Values(outputs[0]), want, m.accuracy, what, &magnitude);
+  const size_t out_hw = size_t{l.OutH()} * l.OutW();
+  ExpectAccuracy(Relayout(Values(outputs[0]), out_layout, l.out, out_hw, true), want, m.accuracy, what,
+                 &magnitude);
 }
 
 // Every row the processor runs, over `rounds` random layers of its rule, against `reference`.
@@ -242,6 +291,16 @@ inline void ExpectRefusalsFollowTheRule(const std::vector<Member>& members) {
         refused("padding", [&](runtime::Conv2dInfo& i) { i.*field = static_cast<uint16_t>(rule + 1); });
     }
     if (r.groups != ConvGroups::kNotTested) refused("groups 0", [](runtime::Conv2dInfo& i) { i.groups = 0; });
+    if (r.groups == ConvGroups::kExactlyOne)
+      refused("groups 2", [](runtime::Conv2dInfo& i) { i.groups = 2; });
+    if (r.channels == ConvChannels::kIn3OutMult4 || r.channels == ConvChannels::kIn3OutMult8) {
+      refused("in != 3", [](runtime::Conv2dInfo& i) { i.in_channels = 4; });
+      refused("out not a block multiple", [](runtime::Conv2dInfo& i) { i.out_channels += 1; });
+    }
+    if (r.channels == ConvChannels::kInMult8Out1) {
+      refused("out != 1", [](runtime::Conv2dInfo& i) { i.out_channels = 2; });
+      refused("in not a block multiple", [](runtime::Conv2dInfo& i) { i.in_channels += 4; });
+    }
     if (r.channels == ConvChannels::kNonZero) {
       refused("no inputs", [](runtime::Conv2dInfo& i) { i.in_channels = 0; });
       refused("no outputs", [](runtime::Conv2dInfo& i) { i.out_channels = 0; });
@@ -273,23 +332,31 @@ inline void ExpectTensorChecksAndReportedMisuse(const std::vector<Member>& membe
     const Layer l = RandomLayer(*m.rule, rng);
     auto kernel = m.make();
     ASSERT_TRUE(kernel->Config(l.Info(), nullptr, nullptr, ctx));
-    const std::vector<uint32_t> dims = {l.in, l.h, l.w};
-    EXPECT_EQ(kernel->CheckInputs({tensor(dims)}), 0);
-    EXPECT_EQ(kernel->CheckInputs({tensor(dims, DataType::FLOAT16)}), 0);
-    EXPECT_EQ(kernel->CheckInputs({tensor(dims, DataType::INT32)}), -2);
-    EXPECT_EQ(kernel->CheckInputs({tensor({l.in + 1, l.h, l.w})}), -2);
+    const uint32_t in_layout = zelva::kernel::ConvInputLayout(m.layout);
+    const uint32_t out_layout = zelva::kernel::ConvOutputLayout(m.layout);
+    const uint32_t lanes = Lanes(in_layout);
+    const std::vector<uint32_t> dims = DimsIn(in_layout, l.in, l.h, l.w);
+    const std::vector<uint32_t> more = DimsIn(in_layout, l.in + lanes, l.h, l.w);
+    EXPECT_EQ(kernel->CheckInputs({tensor(dims, DataType::FLOAT32, in_layout)}), 0);
+    EXPECT_EQ(kernel->CheckInputs({tensor(dims, DataType::FLOAT16, in_layout)}), 0);
+    EXPECT_EQ(kernel->CheckInputs({tensor(dims, DataType::INT32, in_layout)}), -2);
+    EXPECT_EQ(kernel->CheckInputs({tensor(more, DataType::FLOAT32, in_layout)}), -2);
     EXPECT_EQ(kernel->CheckInputs({tensor(dims, DataType::FLOAT32, Layout::HWC)}), -2);
-    EXPECT_EQ(kernel->CheckInputs({tensor(dims), tensor(dims)}), -2);
-    EXPECT_EQ(kernel->CheckOutputs({tensor(dims)}), 0);
-    EXPECT_EQ(kernel->CheckOutputs({tensor(dims, DataType::FLOAT16)}), -2);
+    EXPECT_EQ(kernel->CheckInputs({tensor(dims, DataType::FLOAT32, in_layout), tensor(dims)}), -2);
+    EXPECT_EQ(kernel->CheckOutputs({tensor(dims, DataType::FLOAT32, out_layout)}), 0);
+    EXPECT_EQ(kernel->CheckOutputs({tensor(dims, DataType::FLOAT16, out_layout)}), -2);
     EXPECT_EQ(kernel->CheckOutputs({}), -2);
 
     runtime::TensorList outputs;
-    EXPECT_THROW(kernel->Forward({tensor({l.in + 1, l.h, l.w})}, outputs, ctx), std::runtime_error);
+    EXPECT_THROW(kernel->Forward({tensor(more, DataType::FLOAT32, in_layout)}, outputs, ctx),
+                 std::runtime_error);
     if (l.ky > 1 && l.pt + l.pb == 0) {
-      EXPECT_THROW(kernel->Forward({tensor({l.in, 1, l.w})}, outputs, ctx), std::runtime_error);
+      EXPECT_THROW(kernel->Forward({tensor(DimsIn(in_layout, l.in, 1, l.w), DataType::FLOAT32, in_layout)},
+                                   outputs, ctx),
+                   std::runtime_error);
     }
-    EXPECT_THROW(m.make()->Forward({tensor(dims)}, outputs, ctx), std::runtime_error);  // not configured
+    EXPECT_THROW(m.make()->Forward({tensor(dims, DataType::FLOAT32, in_layout)}, outputs, ctx),
+                 std::runtime_error);  // not configured
 
     auto info = l.Info();
     info->weight = WeightText(std::vector<float>(l.weight.size() - 1, 0.0f));
