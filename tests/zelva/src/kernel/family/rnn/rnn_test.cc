@@ -27,7 +27,6 @@ using runtime::TensorShape;
 
 struct Member {
   const char* name;
-  KernelGroup group;
   Isa isa;
   Accuracy accuracy;
   bool sequence;
@@ -43,7 +42,6 @@ const RecurrentState& StateOf(const runtime::IKernel& kernel) {
 
 #define ZV_RNN_TEST_ROW(group, isa, cls, accuracy, shape, kind, form) \
   Member{#cls,                                                        \
-         KernelGroup::group,                                          \
          Isa::isa,                                                    \
          accuracy,                                                    \
          RecurrentShape::shape == RecurrentShape::kSequence,          \
@@ -356,16 +354,10 @@ TEST_F(RecurrentFamilyTest, MatchesFrameworkFixtures) {
 TEST_F(RecurrentFamilyTest, RefusalsAndTensorChecks) {
   recurrent_reference::Sequence ref = RandomSequence(RecurrentKind::kGRU, 0, 5, 3, 1, false, true);
   const auto gru_info = SequenceInfo(RecurrentKind::kGRU, ref, true);
-  KernelRegistry sse;
-  RegisterSSEKernels(sse);
   for (const Member& m : Members()) {
     SCOPED_TRACE(m.name);
-    // Every row stands in the SSE group under its name.
-    ASSERT_EQ(m.group, KernelGroup::kSSE);
-    const auto kernel = LookupKernel(sse, m.name);
-    ASSERT_NE(kernel, nullptr);
+    const auto kernel = m.make();
     EXPECT_EQ(kernel->GetName(), m.name);
-    EXPECT_FALSE(kernel->IsConfigured());
     // Another kind's or shape's description, or parameters of any backend, are refused.
     const std::shared_ptr<runtime::LayerInfo> other =
         m.sequence ? std::static_pointer_cast<runtime::LayerInfo>(NewCellInfo(m.kind, 5))
