@@ -103,6 +103,37 @@ inline void ExpectAccuracy(const std::vector<float>& got, const std::vector<floa
   }
 }
 
+// FNV-1a over the bits of `values`, continuing from `h`: pins a core's outputs bit for bit.
+inline uint32_t Fnv1a(const std::vector<float>& values, uint32_t h = 2166136261u) {
+  for (float f : values) {
+    for (int k = 0; k < 4; ++k) {
+      h ^= (Bits(f) >> (8 * k)) & 0xFF;
+      h *= 16777619u;
+    }
+  }
+  return h;
+}
+
+// Test names and printed parameters of a suite over a member list: the member's name.
+struct MemberName {
+  template <class Info>
+  std::string operator()(const Info& info) const {
+    return info.param.name;
+  }
+};
+
+// The refusals every member shares: parameters of a quantising backend, a description of another kind.
+inline void ExpectCommonRefusals(zelva::runtime::IKernel& kernel,
+                                 const std::shared_ptr<zelva::runtime::LayerInfo>& own,
+                                 const std::shared_ptr<zelva::runtime::LayerInfo>& other,
+                                 const std::shared_ptr<zelva::runtime::Context>& ctx) {
+  EXPECT_EQ(kernel.CheckSupport(own, std::make_shared<zelva::runtime::InferenceParamActQuant>()), -1)
+      << kernel.GetName();
+  EXPECT_EQ(kernel.CheckSupport(other, nullptr), -1) << kernel.GetName();
+  EXPECT_FALSE(kernel.Config(other, nullptr, nullptr, ctx)) << kernel.GetName();
+  EXPECT_FALSE(kernel.IsConfigured()) << kernel.GetName();
+}
+
 // One line of a fixture file in tests/data/ as numbers.
 inline std::vector<float> ReadFixtureRow(std::istream& in) {
   std::string line;

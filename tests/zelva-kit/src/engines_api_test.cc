@@ -69,9 +69,15 @@ TEST_P(Engines, HandleLifeCycle) {
   uint32_t copy = stale;  // in range, not live
   EXPECT_EQ(f.destroy(&copy), ZV2_RESULT_HANDLE_NOT_FOUND);
   EXPECT_NE(log.Last().find("handle(" + std::to_string(stale) + ") mismatched."), std::string::npos);
+  // Every operating entry trusts an in-range slot: an empty one is "context is NULL." and -1.
   float in[8] = {}, out[8] = {};
-  EXPECT_EQ(f.apply(stale, in, out), ZV2_RESULT_FAILED);  // the empty slot
-  EXPECT_NE(log.Last().find("context is NULL."), std::string::npos);
+  log.Clear();
+  EXPECT_EQ(f.apply(stale, in, out), ZV2_RESULT_FAILED);
+  EXPECT_EQ(f.reset(stale), ZV2_RESULT_FAILED);
+  EXPECT_EQ(f.set(stale, "n", "v"), ZV2_RESULT_FAILED);
+  EXPECT_EQ(f.get(stale, "n", out), ZV2_RESULT_FAILED);
+  ASSERT_EQ(log.lines().size(), 4u);
+  for (const std::string& line : log.lines()) EXPECT_NE(line.find("context is NULL."), std::string::npos);
 
   uint32_t c = Create(f);
   EXPECT_EQ(c, stale);                                // the slot freed last is given out first
@@ -276,14 +282,21 @@ TEST(Locks, GpuEntryRaisesAndLeavesItsFamilyLocked) {
   }
 }
 
-// The two families count their handles apart: in a fresh process (a new run of this binary, since other
-// tests here have used both tables) the first engine of each gets handle 1.
-TEST(FreshProcess, FamiliesAreNumberedApart) {
+// The two families count their handles apart, and a table grows only when no slot is free, reusing the
+// last freed first: in a fresh process (a new run of this binary, since other tests here have used both
+// tables) the first engine of each gets handle 1.
+TEST(FreshProcess, FamiliesAreNumberedApartAndSlotsReusedLastFreedFirst) {
   if (std::getenv("ZELVA_FRESH_PROCESS") != nullptr) {
-    uint32_t d = Create(kDenoise), v = Create(kVad);
-    EXPECT_EQ(d, 1u);
+    uint32_t d[3] = {Create(kDenoise), Create(kDenoise), Create(kDenoise)}, v = Create(kVad);
+    EXPECT_EQ(d[0], 1u);
+    EXPECT_EQ(d[2], 3u);
     EXPECT_EQ(v, 1u);
-    EXPECT_EQ(ZV2_Destory_AudioDenoise(&d), ZV2_RESULT_OK);
+    EXPECT_EQ(ZV2_Destory_AudioDenoise(&d[0]), ZV2_RESULT_OK);
+    EXPECT_EQ(ZV2_Destory_AudioDenoise(&d[2]), ZV2_RESULT_OK);
+    EXPECT_EQ(Create(kDenoise), 3u);
+    EXPECT_EQ(Create(kDenoise), 1u);
+    EXPECT_EQ(Create(kDenoise), 4u);
+    for (uint32_t h : {1u, 2u, 3u, 4u}) EXPECT_EQ(ZV2_Destory_AudioDenoise(&h), ZV2_RESULT_OK);
     EXPECT_EQ(ZV2_Destory_VAD(&v), ZV2_RESULT_OK);
     return;
   }
@@ -291,8 +304,9 @@ TEST(FreshProcess, FamiliesAreNumberedApart) {
   const ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
   ASSERT_GT(n, 0);
   self[n] = '\0';
-  const std::string command = std::string("ZELVA_FRESH_PROCESS=1 '") + self +
-                              "' --gtest_filter=FreshProcess.FamiliesAreNumberedApart > /dev/null 2>&1";
+  const std::string command =
+      std::string("ZELVA_FRESH_PROCESS=1 '") + self +
+      "' --gtest_filter=FreshProcess.FamiliesAreNumberedApartAndSlotsReusedLastFreedFirst > /dev/null 2>&1";
   EXPECT_EQ(std::system(command.c_str()), 0);
 }
 

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -26,7 +25,6 @@ using runtime::TensorShape;
 
 struct Member {
   std::string name;
-  KernelGroup group;
   Isa isa;
   Accuracy accuracy;
   uint32_t layout;
@@ -43,9 +41,8 @@ constexpr uint32_t Lanes(FcWeight form) {
   return form == FcWeight::kRows ? 1 : form == FcWeight::kBlock4 ? 4 : 8;
 }
 
-#define ZV_FC_TEST_ROW(group, isa, cls, accuracy, layout, rule, form, core)      \
-  Member{#cls,          KernelGroup::group,    Isa::isa,       accuracy, layout, \
-         FcInput::rule, Lanes(FcWeight::form), &NewKernel<cls>},
+#define ZV_FC_TEST_ROW(group, isa, cls, accuracy, layout, rule, form, core) \
+  Member{#cls, Isa::isa, accuracy, layout, FcInput::rule, Lanes(FcWeight::form), &NewKernel<cls>},
 const std::vector<Member>& Members() {
   static const std::vector<Member> members = {ZV_FULLCONNECTION_MEMBERS(ZV_FC_TEST_ROW)};
   return members;
@@ -156,23 +153,18 @@ TEST_P(FullConnectionTest, MatchesReferenceOverRandomSizes) {
   }
 }
 
-TEST_P(FullConnectionTest, RegistrationRefusalsAndInputChecks) {
+TEST_P(FullConnectionTest, RefusalsAndInputChecks) {
   const Member& m = GetParam();
-  KernelRegistry registry;
-  if (m.group == KernelGroup::kSSE) RegisterSSEKernels(registry);
-  if (m.group == KernelGroup::kAVX) RegisterAVXKernels(registry);
-  ASSERT_EQ(registry.count(m.name), 1u) << "not registered in its group";
-
   const uint32_t in = 16, out = 8;
   const std::vector<float> w(in * out, 0.5f), bias(out, 1.0f);
-  std::shared_ptr<runtime::IKernel> kernel = LookupKernel(registry, m.name);
+  std::shared_ptr<runtime::IKernel> kernel = m.make();
   EXPECT_EQ(kernel->GetName(), m.name);
   EXPECT_EQ(kernel->CheckSupport(Info(in, out, w, bias), nullptr), runtime::kKernelOk);
   EXPECT_EQ(kernel->CheckSupport(nullptr, nullptr), runtime::kKernelNotSupported);
   EXPECT_FALSE(kernel->Config(Info(in, out, w, bias), std::make_shared<runtime::InferenceParamActQuant>(),
                               nullptr, context_));
-  EXPECT_FALSE(kernel->Config(std::make_shared<runtime::BatchNorm2dInfo>(), nullptr, nullptr, context_));
-  EXPECT_FALSE(kernel->IsConfigured());
+  zvtest::ExpectCommonRefusals(*kernel, Info(in, out, w, bias), std::make_shared<runtime::BatchNorm2dInfo>(),
+                               context_);
   runtime::TensorList outputs;
   EXPECT_THROW(kernel->Forward({Tensor(InputShape(in, 1, 0), std::vector<float>(in))}, outputs, context_),
                std::runtime_error);
@@ -224,27 +216,18 @@ std::vector<LinearCase> ReadLinearFixture() {
   std::ifstream file(std::string(ZELVA_TEST_DATA_DIR) + "/linear_fixture.txt");
   EXPECT_TRUE(file.good());
   std::vector<LinearCase> cases;
-  auto read = [&file]() {
-    std::string text;
-    std::getline(file, text);
-    std::istringstream row(text);
-    std::vector<float> values;
-    float v;
-    while (row >> v) values.push_back(v);
-    return values;
-  };
-  std::string line;
-  while (std::getline(file, line)) {
-    std::istringstream head(line);
+  for (std::vector<float> head = zvtest::ReadFixtureRow(file); head.size() == 4;
+       head = zvtest::ReadFixtureRow(file)) {
     LinearCase c;
-    uint32_t has_bias = 0;
-    if (!(head >> c.in >> c.out >> has_bias >> c.batch)) break;
-    c.w = read();
-    c.bias = read();
-    c.x = read();
-    c.y = read();
+    c.in = static_cast<uint32_t>(head[0]);
+    c.out = static_cast<uint32_t>(head[1]);
+    c.batch = static_cast<uint32_t>(head[3]);
+    c.w = zvtest::ReadFixtureRow(file);
+    c.bias = zvtest::ReadFixtureRow(file);
+    c.x = zvtest::ReadFixtureRow(file);
+    c.y = zvtest::ReadFixtureRow(file);
     EXPECT_EQ(c.w.size(), c.in * c.out);
-    EXPECT_EQ(c.bias.size(), has_bias != 0 ? c.out : 0u);
+    EXPECT_EQ(c.bias.size(), head[2] != 0 ? c.out : 0u);
     EXPECT_EQ(c.y.size(), c.batch * c.out);
     cases.push_back(std::move(c));
   }
@@ -265,24 +248,7 @@ TEST(FullConnectionReference, MatchesPyTorch) {
   }
 }
 
-TEST_P(FullConnectionTest, MatchesPyTorch) {
-  const Member& m = GetParam();
-  for (const LinearCase& c : ReadLinearFixture()) {
-    std::shared_ptr<runtime::IKernel> kernel = m.make();
-    ASSERT_TRUE(kernel->Config(Info(c.in, c.out, c.w, c.bias), nullptr, nullptr, context_));
-    const uint32_t rows = m.input == FcInput::kBatchRows ? c.batch : 1;
-    std::vector<float> y;
-    for (uint32_t b = 0; b < c.batch; b += rows) {
-      const std::vector<float> xb(c.x.begin() + b * c.in, c.x.begin() + (b + rows) * c.in);
-      const std::vector<float> yb = Run(*kernel, Tensor(InputShape(c.in, rows, 0), xb));
-      y.insert(y.end(), yb.begin(), yb.end());
-    }
-    zvtest::ExpectAccuracy(y, c.y, kVersusPyTorch, m.name + " case " + std::to_string(c.in));
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(Members, FullConnectionTest, ::testing::ValuesIn(Members()),
-                         [](const ::testing::TestParamInfo<Member>& info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(Members, FullConnectionTest, ::testing::ValuesIn(Members()), zvtest::MemberName());
 
 }  // namespace
 }  // namespace kernel

@@ -27,7 +27,6 @@ using runtime::TensorShape;
 
 struct Member {
   const char* name;
-  KernelGroup group;
   Isa isa;
   Accuracy accuracy;
   bool sequence;
@@ -43,7 +42,6 @@ const RecurrentState& StateOf(const runtime::IKernel& kernel) {
 
 #define ZV_RNN_TEST_ROW(group, isa, cls, accuracy, shape, kind, form) \
   Member{#cls,                                                        \
-         KernelGroup::group,                                          \
          Isa::isa,                                                    \
          accuracy,                                                    \
          RecurrentShape::shape == RecurrentShape::kSequence,          \
@@ -174,14 +172,18 @@ class RecurrentFamilyTest : public ::testing::Test {
   std::shared_ptr<runtime::Context> context_ = zvtest::MakeTestContext();
 };
 
-TEST_F(RecurrentFamilyTest, SequencesMatchReferenceAcrossCallsAndReset) {
-  for (const Member& m : Members()) {
-    if (!m.sequence) continue;
-    SCOPED_TRACE(m.name);
-    if (!zvtest::CanRun(m.isa)) {
-      GTEST_LOG_(INFO) << m.name << " skipped: the processor lacks its isa";
-      continue;
-    }
+class RecurrentMemberTest : public RecurrentFamilyTest, public ::testing::WithParamInterface<Member> {
+ protected:
+  void SetUp() override {
+    if (!zvtest::CanRun(GetParam().isa)) GTEST_SKIP() << GetParam().name << ": the processor lacks its isa";
+  }
+};
+
+// Sequences: random sizes, stacks and directions, two calls carrying the state, then a reset. Cells: with
+// and without the state inputs.
+TEST_P(RecurrentMemberTest, MatchesReference) {
+  const Member& m = GetParam();
+  if (m.sequence) {
     for (int trial = 0; trial < 16; ++trial) {
       const uint32_t in_size = Uniform(1, 40), hidden = Uniform(1, 40), layers = Uniform(1, 2);
       const bool bidirectional = Uniform(0, 1) == 1, bias = trial % 4 != 3;
@@ -213,17 +215,7 @@ TEST_F(RecurrentFamilyTest, SequencesMatchReferenceAcrossCallsAndReset) {
       EXPECT_EQ(zvtest::Values(state.hidden), std::vector<float>(layers * ref.Directions() * hidden, 0.0f));
       zvtest::ExpectAccuracy(RunSequence(*kernel, x1, steps1, in_size), got1, kBitExact, "after reset");
     }
-  }
-}
-
-TEST_F(RecurrentFamilyTest, CellsMatchReferenceWithAndWithoutState) {
-  for (const Member& m : Members()) {
-    if (m.sequence) continue;
-    SCOPED_TRACE(m.name);
-    if (!zvtest::CanRun(m.isa)) {
-      GTEST_LOG_(INFO) << m.name << " skipped: the processor lacks its isa";
-      continue;
-    }
+  } else {
     const bool lstm = m.kind == RecurrentKind::kLSTM;
     for (int trial = 0; trial < 24; ++trial) {
       const uint32_t in_size = Uniform(1, 40), hidden = Uniform(1, 40);
@@ -255,6 +247,12 @@ TEST_F(RecurrentFamilyTest, CellsMatchReferenceWithAndWithoutState) {
     }
   }
 }
+
+void PrintTo(const Member& m, std::ostream* os) {
+  *os << m.name;
+}
+INSTANTIATE_TEST_SUITE_P(AllMembers, RecurrentMemberTest, ::testing::ValuesIn(Members()),
+                         zvtest::MemberName());
 
 // ---- Framework fixtures (tools/gen_rnn_fixture.py)
 
@@ -356,16 +354,10 @@ TEST_F(RecurrentFamilyTest, MatchesFrameworkFixtures) {
 TEST_F(RecurrentFamilyTest, RefusalsAndTensorChecks) {
   recurrent_reference::Sequence ref = RandomSequence(RecurrentKind::kGRU, 0, 5, 3, 1, false, true);
   const auto gru_info = SequenceInfo(RecurrentKind::kGRU, ref, true);
-  KernelRegistry sse;
-  RegisterSSEKernels(sse);
   for (const Member& m : Members()) {
     SCOPED_TRACE(m.name);
-    // Every row stands in the SSE group under its name.
-    ASSERT_EQ(m.group, KernelGroup::kSSE);
-    const auto kernel = LookupKernel(sse, m.name);
-    ASSERT_NE(kernel, nullptr);
+    const auto kernel = m.make();
     EXPECT_EQ(kernel->GetName(), m.name);
-    EXPECT_FALSE(kernel->IsConfigured());
     // Another kind's or shape's description, or parameters of any backend, are refused.
     const std::shared_ptr<runtime::LayerInfo> other =
         m.sequence ? std::static_pointer_cast<runtime::LayerInfo>(NewCellInfo(m.kind, 5))
