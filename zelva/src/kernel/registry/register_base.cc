@@ -1,7 +1,6 @@
 // The base group: the kernels every net can rely on.
-#include "zelva/src/kernel/family/batchnorm/members.h"
-#include "zelva/src/kernel/family/input/members.h"
-#include "zelva/src/kernel/family/transform/members.h"
+// Its members are the rows of this group in the family member lists.
+#include "zelva/src/kernel/family/members.h"
 #include "zelva/src/kernel/registry/registry.h"
 
 namespace zelva {
@@ -9,9 +8,7 @@ namespace kernel {
 
 void RegisterBaseKernels(KernelRegistry& registry) {
   constexpr KernelGroup kGroup = KernelGroup::kBase;
-  ZV_INPUT_MEMBERS(ZV_REGISTER_ROW)
-  ZV_BATCHNORM_MEMBERS(ZV_REGISTER_ROW)
-  ZV_TRANSFORM_MEMBERS(ZV_REGISTER_ROW)
+  ZV_ALL_MEMBERS(ZV_REGISTER_ROW)
 }
 
 }  // namespace kernel

@@ -1,6 +1,6 @@
-// The SGEMM group: kernels built on the single-precision matrix product. Each family's member list is
-// included here and expanded with ZV_REGISTER_ROW.
-#include "zelva/src/kernel/family/conv2d/members.h"
+// The SGEMM group: kernels built on the single-precision matrix product.
+// Its members are the rows of this group in the family member lists.
+#include "zelva/src/kernel/family/members.h"
 #include "zelva/src/kernel/registry/registry.h"
 
 namespace zelva {
@@ -8,9 +8,7 @@ namespace kernel {
 
 void RegisterSGEMMKernels(KernelRegistry& registry) {
   constexpr KernelGroup kGroup = KernelGroup::kSGEMM;
-  (void)kGroup;
-  (void)registry;
-  ZV_CONV2D_MEMBERS(ZV_REGISTER_ROW)
+  ZV_ALL_MEMBERS(ZV_REGISTER_ROW)
 }
 
 }  // namespace kernel

@@ -1,12 +1,6 @@
-// The SSE group: 128-bit vector kernels. Each family's member list is included here and expanded with
-// ZV_REGISTER_ROW, which takes the rows of this group.
-#include "zelva/src/kernel/family/activation/members.h"
-#include "zelva/src/kernel/family/conv2d/members.h"
-#include "zelva/src/kernel/family/depthwise/members.h"
-#include "zelva/src/kernel/family/elementwise/members.h"
-#include "zelva/src/kernel/family/fullconnection/members.h"
-#include "zelva/src/kernel/family/layout/members.h"
-#include "zelva/src/kernel/family/rnn/members.h"
+// The SSE group: 128-bit vector kernels.
+// Its members are the rows of this group in the family member lists.
+#include "zelva/src/kernel/family/members.h"
 #include "zelva/src/kernel/registry/registry.h"
 
 namespace zelva {
@@ -14,15 +8,7 @@ namespace kernel {
 
 void RegisterSSEKernels(KernelRegistry& registry) {
   constexpr KernelGroup kGroup = KernelGroup::kSSE;
-  (void)kGroup;
-  (void)registry;
-  ZV_FULLCONNECTION_MEMBERS(ZV_REGISTER_ROW)
-  ZV_RNN_MEMBERS(ZV_REGISTER_ROW)
-  ZV_CONV2D_MEMBERS(ZV_REGISTER_ROW)
-  ZV_DEPTHWISE_MEMBERS(ZV_REGISTER_ROW)
-  ZV_ELEMENTWISE_MEMBERS(ZV_REGISTER_ROW)
-  ZV_ACTIVATION_MEMBERS(ZV_REGISTER_ROW)
-  ZV_LAYOUT_MEMBERS(ZV_REGISTER_ROW)
+  ZV_ALL_MEMBERS(ZV_REGISTER_ROW)
 }
 
 }  // namespace kernel

@@ -7,15 +7,7 @@
 #include <vector>
 
 #include "support/probe_kernel.h"
-#include "zelva/src/kernel/family/activation/members.h"
-#include "zelva/src/kernel/family/batchnorm/members.h"
-#include "zelva/src/kernel/family/conv2d/members.h"
-#include "zelva/src/kernel/family/depthwise/members.h"
-#include "zelva/src/kernel/family/elementwise/members.h"
-#include "zelva/src/kernel/family/fullconnection/members.h"
-#include "zelva/src/kernel/family/input/members.h"
-#include "zelva/src/kernel/family/rnn/members.h"
-#include "zelva/src/kernel/family/transform/members.h"
+#include "zelva/src/kernel/family/members.h"
 
 namespace zelva {
 namespace kernel {
@@ -94,10 +86,7 @@ TEST(RegistryTest, EveryMemberListRowIsRegisteredInItsGroup) {
     const char* name;
   };
 #define ZV_ROW(group, isa, cls, ...) Row{KernelGroup::group, #cls},
-  const std::vector<Row> rows = {
-      ZV_ACTIVATION_MEMBERS(ZV_ROW) ZV_BATCHNORM_MEMBERS(ZV_ROW) ZV_CONV2D_MEMBERS(ZV_ROW)
-          ZV_DEPTHWISE_MEMBERS(ZV_ROW) ZV_ELEMENTWISE_MEMBERS(ZV_ROW) ZV_FULLCONNECTION_MEMBERS(ZV_ROW)
-              ZV_INPUT_MEMBERS(ZV_ROW) ZV_RNN_MEMBERS(ZV_ROW) ZV_TRANSFORM_MEMBERS(ZV_ROW)};
+  const std::vector<Row> rows = {ZV_ALL_MEMBERS(ZV_ROW)};
 #undef ZV_ROW
   void (*const groups[])(KernelRegistry&) = {RegisterBaseKernels, RegisterFallbackKernels,
                                              RegisterSGEMMKernels, RegisterSSEKernels, RegisterAVXKernels};

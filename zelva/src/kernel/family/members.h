@@ -1,0 +1,27 @@
+// Every family's member list, for what walks them all: each registration file expands it with
+// ZV_REGISTER_ROW (which takes the rows of its own group), and the registry's tests check every row. A new
+// family adds its list here.
+#pragma once
+
+#include "zelva/src/kernel/family/activation/members.h"
+#include "zelva/src/kernel/family/batchnorm/members.h"
+#include "zelva/src/kernel/family/conv2d/members.h"
+#include "zelva/src/kernel/family/depthwise/members.h"
+#include "zelva/src/kernel/family/elementwise/members.h"
+#include "zelva/src/kernel/family/fullconnection/members.h"
+#include "zelva/src/kernel/family/input/members.h"
+#include "zelva/src/kernel/family/layout/members.h"
+#include "zelva/src/kernel/family/rnn/members.h"
+#include "zelva/src/kernel/family/transform/members.h"
+
+#define ZV_ALL_MEMBERS(X)      \
+  ZV_INPUT_MEMBERS(X)          \
+  ZV_BATCHNORM_MEMBERS(X)      \
+  ZV_TRANSFORM_MEMBERS(X)      \
+  ZV_CONV2D_MEMBERS(X)         \
+  ZV_DEPTHWISE_MEMBERS(X)      \
+  ZV_LAYOUT_MEMBERS(X)         \
+  ZV_FULLCONNECTION_MEMBERS(X) \
+  ZV_RNN_MEMBERS(X)            \
+  ZV_ACTIVATION_MEMBERS(X)     \
+  ZV_ELEMENTWISE_MEMBERS(X)
