@@ -6,7 +6,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "../serialization_test_util.h"
+#include "support/log_capture.h"
 #include "zelva/src/runtime/zvmodel2/field_visitors.h"
 #include "zelva/src/runtime/zvmodel2/model_cfg.h"
 #include "zelva/src/runtime/zvmodel2/model_info.h"
@@ -15,8 +15,7 @@ namespace zelva {
 namespace runtime {
 namespace {
 
-using testing_objects::LogCapture;
-using zvtest::RecordVisitor;
+using zvtest::FieldWalker;
 
 const std::string kData = ZELVA_TEST_DATA_DIR;
 
@@ -24,7 +23,7 @@ TEST(FixtureFiles, BinaryTwinsLoadLikeTheJsonFiles) {
   ZVModelInfo json, bin;
   json.FromFile(kData + "/models/tiny_model.json");
   bin.FromFile(kData + "/models/tiny_model.zvmod");
-  EXPECT_EQ(RecordVisitor::Record(bin), RecordVisitor::Record(json));
+  EXPECT_EQ(FieldWalker::Record(bin), FieldWalker::Record(json));
 
   EXPECT_EQ(json.squential_ids, (std::vector<std::string>{"input", "fc", "gru", "act"}));
   EXPECT_EQ(json.extra_info.fmlas, 123456789012ull);
@@ -41,7 +40,7 @@ TEST(FixtureFiles, BinaryTwinsLoadLikeTheJsonFiles) {
   ZVModelMultiBackendCfgs cfg_json, cfg_bin, cfg_old;
   cfg_json.FromFile(kData + "/models/tiny_cfg.json");
   cfg_bin.FromFile(kData + "/models/tiny_cfg.zvcfgs");
-  EXPECT_EQ(RecordVisitor::Record(cfg_bin), RecordVisitor::Record(cfg_json));
+  EXPECT_EQ(FieldWalker::Record(cfg_bin), FieldWalker::Record(cfg_json));
   auto fc_cfg = cfg_json.cpu_sse->GetLayerCfg("fc");
   auto quant = std::dynamic_pointer_cast<InferenceParamActQuant>(fc_cfg->kernel->infer_param);
   ASSERT_NE(quant, nullptr);
@@ -50,7 +49,7 @@ TEST(FixtureFiles, BinaryTwinsLoadLikeTheJsonFiles) {
 
   // Protocol 20007: seven backends, the same cpu_sse.
   cfg_old.FromFile(kData + "/models/tiny_cfg_20007.zvcfg");
-  EXPECT_EQ(RecordVisitor::Record(*cfg_old.cpu_sse), RecordVisitor::Record(*cfg_json.cpu_sse));
+  EXPECT_EQ(FieldWalker::Record(*cfg_old.cpu_sse), FieldWalker::Record(*cfg_json.cpu_sse));
 }
 
 struct BadFile {
@@ -79,7 +78,7 @@ TEST(FixtureFiles, EveryBadFileIsRefusedCleanly) {
   for (const BadFile& f : files) {
     SCOPED_TRACE(f.name);
     const std::string path = kData + "/bad/" + f.name;
-    LogCapture log;
+    zvtest::LogCapture log;
     std::string what = "<no failure>";
     try {
       if (f.loader == "model") {
