@@ -15,6 +15,7 @@
 #include "zelva/src/runtime/serialization.h"
 #include "zelva/src/runtime/weight_data.h"
 #include "zelva/src/runtime/zvmodel2/layer_info.h"
+#include "zelva/src/runtime/zvmodel2/model_cfg.h"
 
 namespace zvtest {
 
@@ -170,7 +171,11 @@ class FieldWalker : public Visitor, public WeightFieldVisitor {
     } else if (fill_ != nullptr && name != "serializable_type" && name != "type" && name != "id") {
       const int k = ++*fill_;
       if constexpr (std::is_same<T, std::string>::value) {
-        value = weight_tag != nullptr ? Weights(k, 1 + k % 3) : name + "#" + std::to_string(k);
+        const auto& params =
+            zelva::runtime::InferenceParamTypeNames();  // kernels get parameters of every class
+        value = weight_tag != nullptr        ? Weights(k, 1 + k % 3)
+                : name == "infer_param_type" ? params[(*next_param_)++ % params.size()]
+                                             : name + "#" + std::to_string(k);
       } else if constexpr (std::is_same<T, std::vector<std::string>>::value) {
         if (weight_tag != nullptr) {
           value = {Weights(k, 2), Weights(k + 5, 1)};
@@ -190,6 +195,7 @@ class FieldWalker : public Visitor, public WeightFieldVisitor {
   std::string prefix_;
   std::shared_ptr<Script> script_ = std::make_shared<Script>();
   std::shared_ptr<int> fill_;
+  std::shared_ptr<size_t> next_param_ = std::make_shared<size_t>(0);
 };
 
 }  // namespace zvtest
