@@ -193,7 +193,8 @@ TEST_F(NetTest, ReleasesSourcesWhenAllReadersRan) {
   EXPECT_TRUE(made.at("a").expired());  // both readers ran
   EXPECT_TRUE(made.at("b").expired());
   EXPECT_TRUE(made.at("c").expired());
-  EXPECT_FALSE(made.at("d").expired());  // held by the result
+  EXPECT_FALSE(made.at("d").expired());       // held by the result
+  EXPECT_EQ(zvtest::ProbeLive().at("d"), 1);  // only c was alive while d ran: a and b went as c finished
   EXPECT_EQ(Values(out, 4), (std::vector<float>{7.0f, 9.0f, 11.0f}));
   out.clear();
   EXPECT_TRUE(made.at("d").expired());  // the net keeps nothing
