@@ -5,7 +5,8 @@
 //   "Probe_Empty"   leaves its outputs empty;
 //   any other name  accepts every layer, output = sum of all inputs + 1 (shape of the first input).
 // Every Prepare appends "<layer id or name>:<may_be_temporary>" to ProbeTrace(), every Forward keeps a weak
-// reference to its output in ProbeOutputs() under the same key.
+// reference to its output in ProbeOutputs() under the same key and counts the earlier outputs still alive
+// in ProbeLive().
 #pragma once
 
 #include <map>
@@ -31,10 +32,16 @@ inline std::map<std::string, bool>& ProbeUpPool() {
   static std::map<std::string, bool> flags;
   return flags;
 }
+// How many earlier probe outputs were still alive when each Forward began, by key.
+inline std::map<std::string, int>& ProbeLive() {
+  static std::map<std::string, int> live;
+  return live;
+}
 inline void ResetProbes() {
   ProbeTrace().clear();
   ProbeOutputs().clear();
   ProbeUpPool().clear();
+  ProbeLive().clear();
 }
 
 class ProbeKernel : public zelva::runtime::IKernel {
@@ -65,6 +72,8 @@ class ProbeKernel : public zelva::runtime::IKernel {
   void Forward(const zelva::runtime::TensorList& inputs, zelva::runtime::TensorList& outputs,
                const std::shared_ptr<zelva::runtime::Context>& context) override {
     ProbeUpPool()[key_] = context->device_cpu->use_up_pool;
+    int& live = ProbeLive()[key_] = 0;
+    for (const auto& made : ProbeOutputs()) live += made.second.expired() ? 0 : 1;
     if (name_ == "Probe_Empty") return;
     const auto& first = inputs.at(0);
     std::shared_ptr<zelva::runtime::Tensor> out;

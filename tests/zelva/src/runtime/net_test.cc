@@ -1,3 +1,4 @@
+// Building a net from a model and its configuration, and running it.
 #include "zelva/src/runtime/net.h"
 
 #include <gtest/gtest.h>
@@ -8,35 +9,31 @@
 #include "support/model_builder.h"
 #include "support/probe_kernel.h"
 #include "zelva/src/runtime/net_constructor.h"
+#include "zelva/src/utility/environment_x86.h"
 
 namespace zelva {
 namespace runtime {
 namespace {
 
 using Trace = std::vector<std::string>;
+using Edges = std::vector<LayerEdge>;
 
-class NetForwardTest : public ::testing::Test {
+class NetTest : public ::testing::Test {
  protected:
-  NetForwardTest() {
+  NetTest() {
     kernel::RegisterBaseKernels(registry_);
-    zvtest::RegisterProbe(registry_, "Probe");
-    zvtest::RegisterProbe(registry_, "Probe_Double");
-    zvtest::RegisterProbe(registry_, "Probe_Empty");
+    for (const char* probe : {"Probe", "Probe_Refuse", "Probe_Double", "Probe_Empty"})
+      zvtest::RegisterProbe(registry_, probe);
     zvtest::ResetProbes();
   }
-  std::shared_ptr<Net> Build() {
-    auto net = CreateNet(b_.model, b_.cfg, registry_, context_);
-    EXPECT_NE(net, nullptr);
-    return net;
-  }
+  std::shared_ptr<Net> Build() { return CreateNet(b_.model, b_.cfg, registry_, context_); }
   // Runs with the planar vector `input_` fed to every Input layer index in `input_indices`.
   NetOutputs Run(Net& net, const std::vector<uint32_t>& output_ids, std::vector<uint32_t> input_indices = {0},
                  std::vector<float>* cpu_times = nullptr, std::vector<float>* gpu_times = nullptr) {
     NetInputs inputs;
     for (uint32_t i : input_indices) {
-      std::shared_ptr<Tensor> t;
-      context_->GetDeviceCPU()->WrapPlanar(t, {1, 1, static_cast<uint32_t>(input_.size())}, input_.data());
-      inputs[i] = t;
+      context_->GetDeviceCPU()->WrapPlanar(inputs[i], {1, 1, static_cast<uint32_t>(input_.size())},
+                                           input_.data());
     }
     NetOutputs outputs;
     outputs[99] = {};  // replaced as a whole
@@ -48,6 +45,11 @@ class NetForwardTest : public ::testing::Test {
     return std::vector<float>(t->Data<float>(), t->Data<float>() + t->shape.ElementCount());
   }
   bool UsesUpPool() const { return context_->device_cpu->use_up_pool; }
+  void AddInput(const std::string& id) { b_.AddLayer<InputInfo>(id, {}, "Input_Fallback_M1"); }
+  void AddProbe(const std::string& id, const std::vector<std::string>& inputs,
+                const std::string& kernel = "Probe") {
+    b_.AddLayer<ElementWiseOperatorInfo>(id, inputs, kernel);
+  }
 
   kernel::KernelRegistry registry_;
   zvtest::ModelBuilder b_;
@@ -55,10 +57,20 @@ class NetForwardTest : public ::testing::Test {
   std::vector<float> input_ = {1.0f, 2.0f, 3.0f};
 };
 
-TEST_F(NetForwardTest, InputReshapeOutput) {
-  b_.AddLayer<InputInfo>("in", {}, "Input_Fallback_M1");
+TEST_F(NetTest, LayersEdgesNamesAndAPlainRun) {
+  AddInput("in");
   b_.AddLayer<TensorReshapeInfo>("r", {"in"}, "Transform_MainMemory_Reshape_Fallback")->new_shape = {1, -1};
+  AddProbe("sum", {"in", "r"});
   auto net = Build();
+  ASSERT_NE(net, nullptr);
+  ASSERT_EQ(net->layers.size(), 3u);
+  EXPECT_EQ(net->input_layers, (std::map<std::string, uint32_t>{{"in", 0}}));
+  EXPECT_EQ(net->layers[1]->name, "TensorReshape");
+  EXPECT_EQ(net->layers[2]->name, "ElementWiseOperator");
+  EXPECT_EQ(net->layers[2]->inputs, (Edges{{0, 0}, {1, 0}}));
+  EXPECT_EQ(net->layers[0]->consumers, (Edges{{1, 0}, {2, 0}}));
+  EXPECT_EQ(net->layers[1]->consumers, (Edges{{2, 1}}));
+
   std::vector<float> cpu{5.0f}, gpu{5.0f};
   NetOutputs out = Run(*net, {1}, {0}, &cpu, &gpu);
   ASSERT_EQ(out.size(), 1u);
@@ -70,15 +82,87 @@ TEST_F(NetForwardTest, InputReshapeOutput) {
   EXPECT_FALSE(UsesUpPool());
 }
 
-TEST_F(NetForwardTest, ConvertersFlagsAndUpPool) {
-  // sum = a + 2b + 1, then doubled behind the layer.
-  b_.AddLayer<InputInfo>("a", {}, "Input_Fallback_M1");
-  b_.AddLayer<InputInfo>("b", {}, "Input_Fallback_M1");
-  b_.AddLayer<ElementWiseOperatorInfo>("sum", {"a", "b"}, "Probe");
-  b_.AddLayer<ElementWiseOperatorInfo>("tail", {"sum"}, "Probe");
+TEST_F(NetTest, LayerTypeNamesWithGapsAndShared) {
+  const std::pair<uint16_t, const char*> names[] = {{0, "Input"},  {22, "TensorGetItem"},
+                                                    {29, "Blob"},  {254, "Blob"},
+                                                    {36, "LSTM"},  {38, "UnKnown"},  // GRU has no name here
+                                                    {4, "UnKnown"}};
+  for (const auto& n : names) EXPECT_EQ(LayerTypeName(n.first), n.second) << n.first;
+
+  // A layer of an unlisted type builds when its kernel accepts it.
+  AddInput("in");
+  auto odd = std::make_shared<LayerInfo>();
+  odd->type = 200;
+  odd->id = "odd";
+  odd->input_ids = {"in"};
+  b_.model->AddLayer(odd);
+  b_.cfg->layer_cfgs["odd"] = std::make_shared<LayerCfg>();
+  b_.cfg->layer_cfgs["odd"]->kernel->kernel_type = "Probe";
+  auto net = Build();
+  ASSERT_NE(net, nullptr);
+  EXPECT_EQ(net->layers[1]->name, "UnKnown");
+}
+
+TEST_F(NetTest, KernelFailuresAndMissingEntries) {
+  zvtest::LogCapture capture;
+  AddInput("in");
+  AddProbe("x", {"in"}, "Probe_Refuse");
+  EXPECT_THROW(Build(), std::runtime_error);
+  ASSERT_EQ(capture.lines().size(), 1u);  // the assertion itself raises silently
+  EXPECT_TRUE(zvtest::IsErrorLine(capture.Last(), "zelva::runtime::CreateKernel",
+                                  "Config Kernel <Probe_Refuse> failed. In KERNEL REGISTRY"));
+  b_.cfg->layer_cfgs["x"]->kernel->kernel_type = "probe";  // names are case-sensitive
+  EXPECT_THROW(Build(), std::runtime_error);
+  EXPECT_TRUE(zvtest::IsErrorLine(capture.Last(), "zelva::runtime::CreateKernel",
+                                  "Config Kernel <probe> failed. Not in KERNEL REGISTRY"));
+
+  // An input kernel refuses a missing description.
+  auto cfg = std::make_shared<KernelCfg>();
+  cfg->kernel_type = "Input_Fallback_M1";
+  EXPECT_EQ(CreateKernel(cfg, nullptr, registry_, nullptr, context_), nullptr);
+  EXPECT_TRUE(zvtest::IsErrorLine(capture.Last(), "zelva::runtime::CreateKernel",
+                                  "Config Kernel <Input_Fallback_M1> failed. In KERNEL REGISTRY"));
+
+  // A layer listed but never described, or without configuration: no net, silently; the look-up leaves an
+  // empty entry behind.
+  capture.Clear();
+  b_.cfg->layer_cfgs["x"]->kernel->kernel_type = "Probe";
+  b_.model->squential_ids.push_back("ghost");
+  EXPECT_EQ(Build(), nullptr);
+  b_.model->squential_ids.pop_back();
+  b_.cfg->layer_cfgs.erase("x");
+  EXPECT_EQ(Build(), nullptr);
+  EXPECT_EQ(b_.cfg->layer_cfgs.count("x"), 1u);
+  EXPECT_TRUE(capture.lines().empty());
+}
+
+TEST_F(NetTest, EdgeRules) {
+  // An input id the model doesn't list reads from layer 0.
+  AddInput("in");
+  AddProbe("x", {"nowhere"});
+  auto net = Build();
+  ASSERT_NE(net, nullptr);
+  EXPECT_EQ(net->layers[1]->inputs, (Edges{{0, 0}}));
+
+  // A source standing behind its consumer is reported instead of read out of range.
+  zvtest::ModelBuilder late;
+  late.AddLayer<ElementWiseOperatorInfo>("x", {"in"}, "Probe");
+  late.AddLayer<InputInfo>("in", {}, "Input_Fallback_M1");
+  EXPECT_THROW(CreateNet(late.model, late.cfg, registry_, context_), std::runtime_error);
+}
+
+TEST_F(NetTest, ConvertersByDecimalPositionFlagsAndUpPool) {
+  // sum = a + 2b + 1, then doubled behind the layer; the converter positions are decimal ids.
+  AddInput("a");
+  AddInput("b");
+  AddProbe("sum", {"a", "b"});
+  AddProbe("tail", {"sum"});
   b_.AddInputConverter("sum", "1", "Probe_Double");
   b_.AddOutputConverter("sum", "0", "Probe_Double");
   auto net = Build();
+  ASSERT_NE(net, nullptr);
+  EXPECT_EQ(net->layers[2]->input_converters.count(1), 1u);
+  EXPECT_EQ(net->input_layers.size(), 2u);
 
   NetOutputs out = Run(*net, {2, 3}, {0, 1});
   EXPECT_EQ(Values(out, 2), (std::vector<float>{8.0f, 14.0f, 20.0f}));
@@ -95,13 +179,13 @@ TEST_F(NetForwardTest, ConvertersFlagsAndUpPool) {
   EXPECT_EQ(zvtest::ProbeTrace(), (Trace{"Probe_Double:1", "sum:1", "Probe_Double:1", "tail:0"}));
 }
 
-TEST_F(NetForwardTest, ReleasesSourcesWhenAllReadersRan) {
+TEST_F(NetTest, ReleasesSourcesWhenAllReadersRan) {
   // in -> a -> b -> c, and a is read again by c.
-  b_.AddLayer<InputInfo>("in", {}, "Input_Fallback_M1");
-  b_.AddLayer<ElementWiseOperatorInfo>("a", {"in"}, "Probe");
-  b_.AddLayer<ElementWiseOperatorInfo>("b", {"a"}, "Probe");
-  b_.AddLayer<ElementWiseOperatorInfo>("c", {"b", "a"}, "Probe");
-  b_.AddLayer<ElementWiseOperatorInfo>("d", {"c"}, "Probe");
+  AddInput("in");
+  AddProbe("a", {"in"});
+  AddProbe("b", {"a"});
+  AddProbe("c", {"b", "a"});
+  AddProbe("d", {"c"});
   auto net = Build();
 
   NetOutputs out = Run(*net, {4});
@@ -109,24 +193,24 @@ TEST_F(NetForwardTest, ReleasesSourcesWhenAllReadersRan) {
   EXPECT_TRUE(made.at("a").expired());  // both readers ran
   EXPECT_TRUE(made.at("b").expired());
   EXPECT_TRUE(made.at("c").expired());
-  EXPECT_FALSE(made.at("d").expired());  // held by the result
+  EXPECT_FALSE(made.at("d").expired());       // held by the result
+  EXPECT_EQ(zvtest::ProbeLive().at("d"), 1);  // only c was alive while d ran: a and b went as c finished
   EXPECT_EQ(Values(out, 4), (std::vector<float>{7.0f, 9.0f, 11.0f}));
   out.clear();
   EXPECT_TRUE(made.at("d").expired());  // the net keeps nothing
 
   // An output read by a later layer survives the release in the results.
-  zvtest::ResetProbes();
   out = Run(*net, {1, 4});
   EXPECT_EQ(Values(out, 1), (std::vector<float>{2.0f, 3.0f, 4.0f}));
 }
 
-TEST_F(NetForwardTest, StopsAtTheLastRequestedOutputByPosition) {
+TEST_F(NetTest, StopsAtTheLastRequestedOutputByPosition) {
   // "side" depends on nothing that is requested, but stands before "b".
-  b_.AddLayer<InputInfo>("in", {}, "Input_Fallback_M1");
-  b_.AddLayer<ElementWiseOperatorInfo>("a", {"in"}, "Probe");
-  b_.AddLayer<ElementWiseOperatorInfo>("side", {"in"}, "Probe");
-  b_.AddLayer<ElementWiseOperatorInfo>("b", {"a"}, "Probe");
-  b_.AddLayer<ElementWiseOperatorInfo>("after", {"b"}, "Probe");
+  AddInput("in");
+  AddProbe("a", {"in"});
+  AddProbe("side", {"in"});
+  AddProbe("b", {"a"});
+  AddProbe("after", {"b"});
   auto net = Build();
 
   std::vector<float> cpu, gpu;
@@ -146,58 +230,106 @@ TEST_F(NetForwardTest, StopsAtTheLastRequestedOutputByPosition) {
   EXPECT_EQ(zvtest::ProbeTrace().size(), 4u);
   EXPECT_EQ(out.size(), 1u);
   EXPECT_EQ(out.count(1), 1u);
-}
 
-TEST_F(NetForwardTest, EmptyRequestsAndEmptyNet) {
-  b_.AddLayer<InputInfo>("in", {}, "Input_Fallback_M1");
-  b_.AddLayer<ElementWiseOperatorInfo>("a", {"in"}, "Probe");
-  auto net = Build();
-  std::vector<float> cpu{1.0f, 2.0f};
-  NetOutputs out = Run(*net, {}, {0}, &cpu);
-  EXPECT_TRUE(out.empty());
-  EXPECT_TRUE(cpu.empty());
-  EXPECT_TRUE(zvtest::ProbeTrace().empty());
-
+  // Nothing requested: nothing runs, and the times are emptied. An empty net serves nothing.
+  zvtest::ResetProbes();
+  out = Run(*net, {}, {0}, &cpu);
+  EXPECT_TRUE(out.empty() && cpu.empty() && zvtest::ProbeTrace().empty());
   Net empty({}, {});
-  out = Run(empty, {0});
-  EXPECT_TRUE(out.empty());
+  EXPECT_TRUE(Run(empty, {0}).empty());
   EXPECT_FALSE(UsesUpPool());
 }
 
-TEST_F(NetForwardTest, LayerWithoutInputsEndsTheRunWithAnErrorLine) {
+TEST_F(NetTest, RunFailures) {
   zvtest::LogCapture capture;
-  b_.AddLayer<InputInfo>("in", {}, "Input_Fallback_M1");
-  b_.AddLayer<ElementWiseOperatorInfo>("a", {"in"}, "Probe");
-  b_.AddLayer<ElementWiseOperatorInfo>("orphan", {}, "Probe");
-  b_.AddLayer<ElementWiseOperatorInfo>("b", {"a"}, "Probe");
+  AddInput("in");
+  AddProbe("a", {"in"});
+  AddProbe("orphan", {});
+  AddProbe("b", {"a"});
+  AddProbe("empty", {"in"}, "Probe_Empty");
+  AddProbe("c", {"empty"});
   auto net = Build();
+  // A layer without inputs ends the run with an Error line, serving what was made so far.
   NetOutputs out = Run(*net, {1, 3});
   ASSERT_EQ(capture.lines().size(), 1u);
   EXPECT_TRUE(zvtest::IsErrorLine(capture.Last(), "zelva::runtime::Net::Forward",
                                   "forward index 2 layer type ElementWiseOperator, input size == 0"));
-  EXPECT_EQ(out.size(), 1u);  // what was served so far
+  EXPECT_EQ(out.size(), 1u);
   EXPECT_EQ(Values(out, 1), (std::vector<float>{2.0f, 3.0f, 4.0f}));
   EXPECT_TRUE(UsesUpPool());  // only the normal end clears it
   out.clear();
   EXPECT_TRUE(zvtest::ProbeOutputs().at("a").expired());
+
+  // Failures that would read nothing raise: a layer's output that was never made, an Input fed nothing.
+  b_.model->squential_ids = {"in", "a", "empty", "c"};
+  net = Build();
+  EXPECT_THROW(Run(*net, {3}), std::runtime_error);
+  EXPECT_THROW(Run(*net, {1}, {}), std::runtime_error);
+
+  // A converter missing from the registry is stored as null with its Error line, and the run raises.
+  b_.AddInputConverter("a", "0", "NoSuchConverter");
+  net = Build();
+  ASSERT_NE(net, nullptr);
+  EXPECT_EQ(net->layers[1]->input_converters.at(0), nullptr);
+  EXPECT_TRUE(zvtest::IsErrorLine(capture.Last(), "zelva::runtime::CreateKernel",
+                                  "Config Kernel <NoSuchConverter> failed. Not in KERNEL REGISTRY"));
+  EXPECT_THROW(Run(*net, {1}), std::runtime_error);
 }
 
-TEST_F(NetForwardTest, FailuresThatWouldReadNothingAreReported) {
-  b_.AddLayer<InputInfo>("in", {}, "Input_Fallback_M1");
-  b_.AddLayer<ElementWiseOperatorInfo>("a", {"in"}, "Probe_Empty");
-  b_.AddLayer<ElementWiseOperatorInfo>("b", {"a"}, "Probe");
-  auto net = Build();
-  EXPECT_THROW(Run(*net, {2}), std::runtime_error);      // "a" produced no output for "b" to read
-  EXPECT_THROW(Run(*net, {2}, {}), std::runtime_error);  // the Input layer was fed nothing
+// The processor report forced to "no AVX" for the length of a test.
+class NoAvx {
+ public:
+  NoAvx() { utility::OverrideAvxForTesting(true); }
+  ~NoAvx() { utility::OverrideAvxForTesting(false); }
+};
 
+// The guard reads the instruction set from the name: every AVX-group name holds "_AVX_", no other name does;
+// an AVX main kernel or converter fails the build on a processor without AVX.
+TEST_F(NetTest, AvxKernelsAreRefusedWithoutAvx) {
+  using Register = void (*)(kernel::KernelRegistry&);
+  for (Register group :
+       {&kernel::RegisterBaseKernels, &kernel::RegisterFallbackKernels, &kernel::RegisterSGEMMKernels,
+        &kernel::RegisterSSEKernels, &kernel::RegisterAVXKernels}) {
+    kernel::KernelRegistry one;
+    group(one);
+    const bool avx_group = group == &kernel::RegisterAVXKernels;
+    EXPECT_TRUE(!avx_group || !one.empty());
+    for (const auto& entry : one)
+      EXPECT_EQ(entry.first.find("_AVX_") != std::string::npos, avx_group) << entry.first;
+    group(registry_);
+  }
+
+  // in -> ReLU, with an input converter when one is named.
+  auto build = [&](const std::string& main_kernel, const std::string& converter) {
+    b_ = zvtest::ModelBuilder();
+    AddInput("in");
+    b_.AddLayer<ActivationInfo>("act", {"in"}, main_kernel)->activation_type = 2;  // ReLU
+    if (!converter.empty()) b_.AddInputConverter("act", "0", converter);
+    return Build();
+  };
+  const std::string refusal = "needs AVX, which this processor (or its operating system) does not offer.";
   zvtest::LogCapture capture;
-  zvtest::ModelBuilder c;
-  c.AddLayer<InputInfo>("in", {}, "Input_Fallback_M1");
-  c.AddLayer<ElementWiseOperatorInfo>("a", {"in"}, "Probe");
-  c.AddInputConverter("a", "0", "Missing");
-  auto broken = CreateNet(c.model, c.cfg, registry_, context_);
-  ASSERT_NE(broken, nullptr);
-  EXPECT_THROW(Run(*broken, {1}), std::runtime_error);
+  {
+    NoAvx no_avx;
+    EXPECT_THROW(build("ReLU_AVX_Float_M1", ""), std::runtime_error);
+    ASSERT_EQ(capture.lines().size(), 1u);  // the refusal's own line; the assertion raises silently
+    EXPECT_TRUE(zvtest::IsErrorLine(capture.Last(), "zelva::runtime::CreateKernel",
+                                    "Kernel <ReLU_AVX_Float_M1> " + refusal));
+    // A converter that needs AVX fails the build too, where a missing one would only be stored as null.
+    EXPECT_THROW(build("ReLU_SSE_Float_M1", "Elementwise_Add_AVX_Float_M1"), std::runtime_error);
+    EXPECT_TRUE(zvtest::IsErrorLine(capture.Last(), "zelva::runtime::CreateKernel",
+                                    "Kernel <Elementwise_Add_AVX_Float_M1> " + refusal));
+    // Kernels of the other groups are untouched by the guard.
+    capture.Clear();
+    EXPECT_NE(build("ReLU_SSE_Float_M1", ""), nullptr);
+    EXPECT_TRUE(capture.lines().empty());
+  }
+  // With the processor's own answer back, the AVX member builds where the processor has AVX.
+  if (utility::EnvironmentX86::Instance().IsAvxUsable()) {
+    auto net = build("ReLU_AVX_Float_M1", "");
+    ASSERT_NE(net, nullptr);
+    EXPECT_EQ(net->layers[1]->kernel->GetName(), "ReLU_AVX_Float_M1");
+  }
 }
 
 }  // namespace

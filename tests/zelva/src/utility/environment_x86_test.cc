@@ -91,15 +91,11 @@ TEST(EnvironmentX86, WalksTheLeavesUpToTheMaxima) {
   p.SetBrand("  Fake Processor @ 1.00GHz");
   p.xcr0_value = 0x100000007ull;  // only the low half is kept
   EnvironmentX86 env = p.Read();
-  EXPECT_EQ(env.vendor, "GenuineIntel");
-  EXPECT_TRUE(env.is_intel && !env.is_amd);
+  EXPECT_TRUE(env.vendor == "GenuineIntel" && env.is_intel && !env.is_amd);
   EXPECT_EQ(env.brand, "  Fake Processor @ 1.00GHz");
-  EXPECT_EQ(env.leaf1_ecx, 0x08000001u);
-  EXPECT_EQ(env.leaf7_ecx, 0x1u);
-  EXPECT_EQ(env.ext1_edx, 0x800u);
+  EXPECT_TRUE(env.leaf1_ecx == 0x08000001u && env.leaf7_ecx == 0x1u && env.ext1_edx == 0x800u);
   EXPECT_EQ(env.xcr0, 7u);
-  EXPECT_EQ(env.standard_leaves.size(), 8u);
-  EXPECT_EQ(env.extended_leaves.size(), 5u);
+  EXPECT_TRUE(env.standard_leaves.size() == 8u && env.extended_leaves.size() == 5u);
 
   // Leaf 7 and the brand leaves exist in the table, but the processor claims fewer.
   p.leaves[0][0] = 6;
@@ -115,24 +111,13 @@ TEST(EnvironmentX86, WalksTheLeavesUpToTheMaxima) {
   p.leaves[0x80000000u][0] = 0x80000000u;
   p.xgetbv_calls = 0;
   env = p.Read();
-  EXPECT_EQ(env.leaf1_ecx, 0u);
-  EXPECT_EQ(env.ext1_edx, 0u);
-  EXPECT_EQ(env.xcr0, 0u);
+  EXPECT_TRUE(env.leaf1_ecx == 0u && env.ext1_edx == 0u && env.xcr0 == 0u);
   EXPECT_EQ(p.xgetbv_calls, 0);
   EXPECT_EQ(Unsupported(env).size(), 51u);
 
   // No extended range at all.
   p.leaves[0x80000000u][0] = 0x10u;
   EXPECT_TRUE(p.Read().extended_leaves.empty());
-}
-
-TEST(EnvironmentX86, XgetbvOnlyWithOsxsave) {
-  FakeProcessor p = AllBitsSet("GenuineIntel", 7);
-  p.Set(kL1Ecx, ~(1u << 27));  // AVX present, OSXSAVE clear
-  const EnvironmentX86 env = p.Read();
-  EXPECT_EQ(p.xgetbv_calls, 0);
-  EXPECT_FALSE(env.IsAvxUsable());
-  EXPECT_FALSE(Supported(env, "AVX"));
 }
 
 // Each feature's bit, taken from the compiler's <cpuid.h> where it names it, else from the manuals.
@@ -241,6 +226,13 @@ TEST(EnvironmentX86, VendorBoundRowsAndTheOperatingSystemsYmmState) {
     EXPECT_EQ(Unsupported(env), expected);
   }
   EXPECT_TRUE(AllBitsSet("AuthenticAMD", 6).Read().IsAvxUsable());
+
+  // AVX present but OSXSAVE clear: XGETBV is not executed and AVX is not usable.
+  FakeProcessor p = AllBitsSet("GenuineIntel", 7);
+  p.Set(kL1Ecx, ~(1u << 27));
+  const EnvironmentX86 env = p.Read();
+  EXPECT_EQ(p.xgetbv_calls, 0);
+  EXPECT_FALSE(env.IsAvxUsable() || Supported(env, "AVX"));
 }
 
 TEST(EnvironmentX86, ReportIsLoggedAtInfo) {

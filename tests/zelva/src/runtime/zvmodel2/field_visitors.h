@@ -1,200 +1,201 @@
-// Test visitors that walk an object without a file: FillVisitor gives every field a distinct value that
-// differs from what it held, RecordVisitor lists every field as "path:tag=value" with exact bits for floats.
-// Two objects are the same, field by field, when their records are equal.
+// A test visitor that walks an object without a file. Each visit first gives the field the script's value for
+// its path, if there is one, or, when filling, a distinct value that differs from what it held; then records
+// it as "path:tag=value" (floats by their bits; a nested object as "path:object", its fields as
+// "path/field"). Two objects are the same, field by field, when their records are equal.
 #pragma once
 
-#include <cstdint>
-#include <cstdio>
+#include <any>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "zelva/src/runtime/serialization.h"
 #include "zelva/src/runtime/weight_data.h"
 #include "zelva/src/runtime/zvmodel2/layer_info.h"
+#include "zelva/src/runtime/zvmodel2/model_cfg.h"
 
-namespace zelva {
-namespace runtime {
 namespace zvtest {
 
-// Keys the filler leaves alone: the class name, and a layer's kind and id (the model's lists own those).
-inline bool Kept(const std::string& name) {
-  return name == "serializable_type" || name == "type" || name == "id";
+using zelva::runtime::__SERIALIZATION_PROTOCOL_VERSION__;
+using zelva::runtime::EncodeWeights;
+using zelva::runtime::FloatToHalf;
+using zelva::runtime::half;
+using zelva::runtime::Serializable;
+using zelva::runtime::Visitor;
+using zelva::runtime::WeightFieldVisitor;
+
+using Lines = std::vector<std::string>;
+using Script = std::map<std::string, std::any>;
+
+template <class T>
+struct IsVector : std::false_type {};
+template <class T>
+struct IsVector<std::vector<T>> : std::true_type {};
+
+template <class T>
+std::string Tag() {
+  if constexpr (std::is_same<T, bool>::value) return "bool";
+  if constexpr (std::is_same<T, char>::value) return "char";
+  if constexpr (std::is_integral<T>::value)
+    return (std::is_signed<T>::value ? "i" : "u") + std::to_string(8 * sizeof(T));
+  if constexpr (std::is_same<T, float>::value) return "f32";
+  if constexpr (std::is_same<T, double>::value) return "f64";
+  if constexpr (std::is_same<T, half>::value) return "half";
+  if constexpr (std::is_same<T, std::string>::value) return "str";
+  if constexpr (IsVector<T>::value) return "vec<" + Tag<typename T::value_type>() + ">";
+  return "?";
 }
 
-class FillVisitor : public Visitor, public WeightFieldVisitor {
- public:
-  explicit FillVisitor(std::shared_ptr<int> counter = std::make_shared<int>(0)) : counter_(counter) {}
+template <class T>
+std::string Text(const T& v) {
+  if constexpr (std::is_integral<T>::value) return std::to_string(static_cast<int64_t>(v));
+  if constexpr (std::is_same<T, half>::value) return std::to_string(v.bits());
+  if constexpr (std::is_floating_point<T>::value) {
+    uint64_t bits = 0;
+    std::memcpy(&bits, &v, sizeof(T));
+    return std::to_string(bits);
+  }
+  if constexpr (std::is_same<T, std::string>::value) return "'" + v + "'";
+  if constexpr (IsVector<T>::value) {
+    std::string text = "[";
+    for (const auto& x : v) text += Text(x) + ",";
+    return text + "]";
+  }
+  return "?";
+}
 
-  static void Fill(Serializable& object, std::shared_ptr<int> counter = std::make_shared<int>(0)) {
-    std::shared_ptr<Visitor> visitor = std::make_shared<FillVisitor>(counter);
-    object.VisitAttr(visitor);
-  }
-
-  // Weights that are no half values: an fp16 file must narrow them.
-  static std::string Weights(int k, int count) {
-    std::vector<float> w;
-    for (int j = 0; j < count; ++j) w.push_back(0.1f * static_cast<float>(k + j) + 0.0123f);
-    return EncodeWeights(w.data(), w.size());
-  }
-
-  void Visit(std::vector<std::vector<uint16_t>>& v, const std::string&) override {
-    const int k = Next();
-    v = {{U16(k), U16(k + 1)}, {U16(k + 2)}};
-  }
-  void Visit(std::vector<uint64_t>& v, const std::string&) override { v = {Next() + 0ull, UINT64_MAX}; }
-  void Visit(std::vector<uint32_t>& v, const std::string&) override { v = {Next() + 0u, 4000000000u}; }
-  void Visit(std::vector<int64_t>& v, const std::string&) override { v = {-Next() - 0ll, INT64_MIN}; }
-  void Visit(std::vector<int32_t>& v, const std::string&) override { v = {-Next(), INT32_MAX}; }
-  void Visit(std::vector<std::string>& v, const std::string&) override {
-    const std::string k = std::to_string(Next());
-    v = {"a" + k, "", "c" + k};
-  }
-  void Visit(std::vector<int16_t>& v, const std::string&) override {
-    const int k = Next();
-    v = {static_cast<int16_t>(-k), 3, -32768};
-  }
-  void Visit(std::vector<uint16_t>& v, const std::string&) override { v = {U16(Next()), 65535}; }
-  void Visit(std::vector<half>& v, const std::string&) override {
-    v = {FloatToHalf(0.5f * Next()), FloatToHalf(-3.0f)};
-  }
-  void Visit(std::vector<float>& v, const std::string&) override { v = {0.1f * Next(), -1e-30f}; }
-  void Visit(std::string& v, const std::string& name) override {
-    if (!Kept(name)) v = name + "#" + std::to_string(Next());
-  }
-  void Visit(char& v, const std::string&) override { v = static_cast<char>('A' + Next() % 26); }
-  void Visit(bool& v, const std::string&) override {
-    Next();
+// Integers move by an odd amount (so the value always changes), 64-bit ones beyond the integers a double
+// holds exactly.
+template <class T>
+void FillValue(T& v, int k) {
+  if constexpr (std::is_same<T, bool>::value) {
     v = !v;
+  } else if constexpr (std::is_same<T, char>::value) {
+    v = static_cast<char>(v == 'A' + k % 26 ? 'a' : 'A' + k % 26);
+  } else if constexpr (std::is_integral<T>::value) {
+    const uint64_t step = 0x0200000200000002ull * static_cast<uint64_t>(k) + 1;
+    v = static_cast<T>(std::is_signed<T>::value ? static_cast<uint64_t>(v) - step
+                                                : static_cast<uint64_t>(v) + step);
+  } else if constexpr (std::is_same<T, half>::value) {
+    v = FloatToHalf(static_cast<float>(v) + 0.25f * static_cast<float>(k) + 1.0f);
+  } else if constexpr (std::is_floating_point<T>::value) {
+    v = static_cast<T>(v + static_cast<T>(0.37) * static_cast<T>(k) + static_cast<T>(0.011));
+  } else if constexpr (std::is_same<T, std::string>::value) {
+    v = "s#" + std::to_string(k);
+  } else {
+    v.assign(2, typename T::value_type());
+    FillValue(v[0], k);
+    FillValue(v[1], k + 1);
+    if constexpr (std::is_same<T, std::vector<std::string>>::value) v.emplace_back();  // an empty entry
   }
-  void Visit(uint64_t& v, const std::string&) override { v += 0x100000000ull * Next() + 7; }
-  void Visit(int64_t& v, const std::string&) override { v -= Next() + 1; }
-  void Visit(uint32_t& v, const std::string&) override { v += Next() + 1; }
-  void Visit(int32_t& v, const std::string&) override { v -= Next() + 1; }
-  void Visit(uint16_t& v, const std::string& name) override {
-    if (Kept(name)) return;
-    if (name == "num_sampling_infos") {  // the count of nested entries that follow: keep it small
-      v = 2;
-      return;
+}
+
+// Weights that are no half values: an fp16 file must narrow them.
+inline std::string Weights(int k, int count) {
+  std::vector<float> w;
+  for (int j = 0; j < count; ++j) w.push_back(0.1f * static_cast<float>(k + j) + 0.0123f);
+  return EncodeWeights(w.data(), w.size());
+}
+
+class FieldWalker : public Visitor, public WeightFieldVisitor {
+ public:
+  // Walks `object` at `version`; fills when `fill` holds a counter (shared by the objects filled with it).
+  static std::shared_ptr<FieldWalker> Walk(Serializable& object,
+                                           uint32_t version = __SERIALIZATION_PROTOCOL_VERSION__,
+                                           Script script = {}, std::shared_ptr<int> fill = nullptr) {
+    auto walker = std::make_shared<FieldWalker>();
+    walker->serialization_protocol_version = version;
+    walker->script_ = std::make_shared<Script>(std::move(script));
+    walker->fill_ = std::move(fill);
+    std::shared_ptr<Visitor> visitor = walker;
+    object.VisitAttr(visitor);
+    return walker;
+  }
+  static Lines Record(Serializable& object) { return Walk(object)->lines; }
+  static void Fill(Serializable& object, std::shared_ptr<int> counter = std::make_shared<int>(0)) {
+    Walk(object, __SERIALIZATION_PROTOCOL_VERSION__, {}, counter);
+  }
+
+  // "key:tag key:tag ..." of the fields directly below `prefix` ("" for the root), in visit order.
+  std::string Fields(const std::string& prefix = "") const {
+    std::string out;
+    for (const std::string& line : lines) {
+      const std::string path = line.substr(0, line.find(':'));
+      if (path.compare(0, prefix.size(), prefix) != 0 || path.find('/', prefix.size()) != std::string::npos)
+        continue;
+      out += (out.empty() ? "" : " ") + line.substr(prefix.size(), line.find('=') - prefix.size());
     }
-    v = static_cast<uint16_t>(v + Next() + 1);
+    return out;
   }
-  void Visit(int16_t& v, const std::string&) override { v = static_cast<int16_t>(v - Next() - 1); }
-  void Visit(uint8_t& v, const std::string&) override { v = static_cast<uint8_t>(v + Next() + 1); }
-  void Visit(int8_t& v, const std::string&) override { v = static_cast<int8_t>(v - Next() - 1); }
-  void Visit(double& v, const std::string&) override { v += Next() + 0.1; }
-  void Visit(half& v, const std::string&) override {
-    v = FloatToHalf(static_cast<float>(v) + 0.25f * static_cast<float>(Next()) + 1.0f);
+  // The recorded value of the field at `path`.
+  std::string Value(const std::string& path) const {
+    for (const std::string& line : lines)
+      if (line.compare(0, path.size() + 1, path + ":") == 0) return line.substr(line.find('=') + 1);
+    return "<not visited>";
   }
-  void Visit(float& v, const std::string&) override { v += 0.37f * static_cast<float>(Next()) + 0.011f; }
-  void VisitWeightData(std::string& v, const std::string&) override {
-    const int k = Next();
-    v = Weights(k, 1 + k % 3);  // 1, 2 or 3 floats: every padding case of the text
+
+#define ZV_WALK_VISIT(T)                                   \
+  void Visit(T& value, const std::string& name) override { \
+    Take(value, name, nullptr);                            \
   }
-  void VisitWeightList(std::vector<std::string>& v, const std::string&) override {
-    const int k = Next();
-    v = {Weights(k, 2), Weights(k + 5, 1)};
+  ZV_VISITED_TYPES(ZV_WALK_VISIT)
+#undef ZV_WALK_VISIT
+  void VisitWeightData(std::string& v, const std::string& n) override {
+    Take(v, n, "weight");
   }
-  void Visit(Serializable& object, const std::string&) override { Fill(object, counter_); }
+  void VisitWeightList(std::vector<std::string>& v, const std::string& n) override {
+    Take(v, n, "weights");
+  }
+
+  Lines lines;
 
  private:
-  int Next() { return ++*counter_; }
-  static uint16_t U16(int k) { return static_cast<uint16_t>(k); }
-  std::shared_ptr<int> counter_;
-};
-
-class RecordVisitor : public Visitor, public WeightFieldVisitor {
- public:
-  explicit RecordVisitor(std::string prefix = "") : prefix_(std::move(prefix)) {}
-
-  static std::vector<std::string> Record(Serializable& object) {
-    auto recorder = std::make_shared<RecordVisitor>();
-    std::shared_ptr<Visitor> visitor = recorder;
-    object.VisitAttr(visitor);
-    return recorder->lines;
-  }
-
-  void Visit(std::vector<std::vector<uint16_t>>& v, const std::string& n) override {
-    std::string text;
-    for (const auto& inner : v) text += "[" + Join(inner) + "]";
-    Add("vec<vec<u16>>", n, text);
-  }
-  void Visit(std::vector<uint64_t>& v, const std::string& n) override { Add("vec<u64>", n, Join(v)); }
-  void Visit(std::vector<uint32_t>& v, const std::string& n) override { Add("vec<u32>", n, Join(v)); }
-  void Visit(std::vector<int64_t>& v, const std::string& n) override { Add("vec<i64>", n, Join(v)); }
-  void Visit(std::vector<int32_t>& v, const std::string& n) override { Add("vec<i32>", n, Join(v)); }
-  void Visit(std::vector<std::string>& v, const std::string& n) override {
-    std::string text;
-    for (const auto& s : v) text += "'" + s + "'";
-    Add("vec<str>", n, text);
-  }
-  void Visit(std::vector<int16_t>& v, const std::string& n) override { Add("vec<i16>", n, Join(v)); }
-  void Visit(std::vector<uint16_t>& v, const std::string& n) override { Add("vec<u16>", n, Join(v)); }
-  void Visit(std::vector<half>& v, const std::string& n) override {
-    std::vector<uint16_t> bits;
-    for (half h : v) bits.push_back(h.bits());
-    Add("vec<half>", n, Join(bits));
-  }
-  void Visit(std::vector<float>& v, const std::string& n) override {
-    std::string text;
-    for (float f : v) text += Bits(f) + ",";
-    Add("vec<f32>", n, text);
-  }
-  void Visit(std::string& v, const std::string& n) override { Add("str", n, "'" + v + "'"); }
-  void Visit(char& v, const std::string& n) override { Add("char", n, std::to_string(int(v))); }
-  void Visit(bool& v, const std::string& n) override { Add("bool", n, v ? "1" : "0"); }
-  void Visit(uint64_t& v, const std::string& n) override { Add("u64", n, std::to_string(v)); }
-  void Visit(int64_t& v, const std::string& n) override { Add("i64", n, std::to_string(v)); }
-  void Visit(uint32_t& v, const std::string& n) override { Add("u32", n, std::to_string(v)); }
-  void Visit(int32_t& v, const std::string& n) override { Add("i32", n, std::to_string(v)); }
-  void Visit(uint16_t& v, const std::string& n) override { Add("u16", n, std::to_string(v)); }
-  void Visit(int16_t& v, const std::string& n) override { Add("i16", n, std::to_string(v)); }
-  void Visit(uint8_t& v, const std::string& n) override { Add("u8", n, std::to_string(v)); }
-  void Visit(int8_t& v, const std::string& n) override { Add("i8", n, std::to_string(v)); }
-  void Visit(double& v, const std::string& n) override {
-    uint64_t bits;
-    std::memcpy(&bits, &v, 8);
-    Add("f64", n, std::to_string(bits));
-  }
-  void Visit(half& v, const std::string& n) override { Add("half", n, std::to_string(v.bits())); }
-  void Visit(float& v, const std::string& n) override { Add("f32", n, Bits(v)); }
-  void VisitWeightData(std::string& v, const std::string& n) override { Add("weight", n, "'" + v + "'"); }
-  void VisitWeightList(std::vector<std::string>& v, const std::string& n) override {
-    std::string text;
-    for (const auto& s : v) text += "'" + s + "'";
-    Add("weights", n, text);
-  }
-  void Visit(Serializable& object, const std::string& n) override {
-    auto nested = std::make_shared<RecordVisitor>(prefix_ + n + "/");
-    nested->serialization_protocol_version = serialization_protocol_version;
+  void Take(Serializable& object, const std::string& name, const char*) {
+    lines.push_back(prefix_ + name + ":object");
+    auto nested = std::make_shared<FieldWalker>(*this);
+    nested->prefix_ = prefix_ + name + "/";
+    nested->lines.clear();
     std::shared_ptr<Visitor> visitor = nested;
     object.VisitAttr(visitor);
     lines.insert(lines.end(), nested->lines.begin(), nested->lines.end());
   }
-
-  std::vector<std::string> lines;
-
- private:
   template <class T>
-  static std::string Join(const std::vector<T>& v) {
-    std::string text;
-    for (const T& x : v) text += std::to_string(x) + ",";
-    return text;
+  void Take(T& value, const std::string& name, const char* weight_tag) {
+    const std::string path = prefix_ + name;
+    const auto it = script_->find(path);
+    if (it != script_->end()) {
+      value = std::any_cast<T>(it->second);
+    } else if (fill_ != nullptr && name != "serializable_type" && name != "type" && name != "id") {
+      const int k = ++*fill_;
+      if constexpr (std::is_same<T, std::string>::value) {
+        const auto& params =
+            zelva::runtime::InferenceParamTypeNames();  // kernels get parameters of every class
+        value = weight_tag != nullptr        ? Weights(k, 1 + k % 3)
+                : name == "infer_param_type" ? params[(*next_param_)++ % params.size()]
+                                             : name + "#" + std::to_string(k);
+      } else if constexpr (std::is_same<T, std::vector<std::string>>::value) {
+        if (weight_tag != nullptr) {
+          value = {Weights(k, 2), Weights(k + 5, 1)};
+        } else {
+          FillValue(value, k);
+        }
+      } else if constexpr (std::is_same<T, uint16_t>::value) {
+        value = name == "num_sampling_infos" ? 2 : static_cast<uint16_t>(value + 2 * k + 1);
+      } else {
+        FillValue(value, k);
+      }
+    }
+    lines.push_back(path + ":" + (weight_tag != nullptr ? std::string(weight_tag) : Tag<T>()) + "=" +
+                    Text(value));
   }
-  static std::string Bits(float f) {
-    uint32_t bits;
-    std::memcpy(&bits, &f, 4);
-    char text[16];
-    std::snprintf(text, sizeof(text), "%08x", bits);
-    return text;
-  }
-  void Add(const char* tag, const std::string& name, const std::string& value) {
-    lines.push_back(prefix_ + name + ":" + tag + "=" + value);
-  }
+
   std::string prefix_;
+  std::shared_ptr<Script> script_ = std::make_shared<Script>();
+  std::shared_ptr<int> fill_;
+  std::shared_ptr<size_t> next_param_ = std::make_shared<size_t>(0);
 };
 
 }  // namespace zvtest
-}  // namespace runtime
-}  // namespace zelva
