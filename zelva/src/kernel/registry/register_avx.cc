@@ -2,6 +2,7 @@
 // whether they run). Each family's member list is included here and expanded with ZV_REGISTER_ROW, which
 // takes the rows of this group.
 #include "zelva/src/kernel/family/activation/members.h"
+#include "zelva/src/kernel/family/conv2d/members.h"
 #include "zelva/src/kernel/family/elementwise/members.h"
 #include "zelva/src/kernel/family/fullconnection/members.h"
 #include "zelva/src/kernel/registry/registry.h"
@@ -14,6 +15,7 @@ void RegisterAVXKernels(KernelRegistry& registry) {
   ZV_FULLCONNECTION_MEMBERS(ZV_REGISTER_ROW)
   ZV_ACTIVATION_MEMBERS(ZV_REGISTER_ROW)
   ZV_ELEMENTWISE_MEMBERS(ZV_REGISTER_ROW)
+  ZV_CONV2D_MEMBERS(ZV_REGISTER_ROW)
 }
 
 }  // namespace kernel

@@ -10,9 +10,19 @@ namespace zvtest {
 namespace conv {
 namespace {
 
+// The planar rows; the blocked ones have their own tester (blocked_conv_test.cc).
 std::vector<Member> Conv2dMembers() {
-  std::vector<Member> members;
+  std::vector<Member> members, blocked;
   ZV_CONV2D_MEMBERS(ZV_TEST_CONV_MEMBER)
+  members.swap(blocked);
+  ZV_CONV2D_BLOCKED_MEMBERS(ZV_TEST_CONV_MEMBER)
+  members.swap(blocked);
+  members.erase(std::remove_if(members.begin(), members.end(),
+                               [&](const Member& m) {
+                                 return std::any_of(blocked.begin(), blocked.end(),
+                                                    [&](const Member& b) { return b.name == m.name; });
+                               }),
+                members.end());
   return members;
 }
 
