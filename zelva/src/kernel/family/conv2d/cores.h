@@ -58,8 +58,10 @@ struct BlockedConvCore {
 
 // The blocked cores, one template per instruction set over kernel size (KH x KW), stride (SH x SW) and tile:
 // OB output blocks side by side by T output pixels along the row, OB * T independent accumulators; a row's
-// last pixels and the output blocks beyond a multiple of OB run in smaller tiles. A 1x1 stride 1 kernel walks
-// the whole plane as one row. The instantiations the lists use are made in the cores' files.
+// last pixels (tiles of T / 2, then single pixels) and the output blocks beyond a multiple of OB run in
+// smaller tiles. Output blocks are the outer loop, so a group of OB blocks' weights stays cached over the
+// rows; a 1x1 stride 1 kernel instead walks the whole plane as one row with pixel tiles outermost, its small
+// weight set cached over the plane. The instantiations the lists use are made in the cores' files.
 //   cpu/sse/conv2d/blocked_conv_sse.cc: block B = 4 or 8; a block of 8 is two 128-bit halves.
 //   cpu/avx/conv2d/blocked_conv_avx.cc: block 8.
 template <int B, int KH, int KW, int SH, int SW, int OB, int T>
@@ -69,33 +71,33 @@ void BlockedConvAvx(const BlockedConvArgs& args);
 
 // clang-format off
 inline constexpr BlockedConvCore kConvC4Sse1x1S1{&BlockedConvSse<4, 1, 1, 1, 1, 1, 8>, 4, false};
-inline constexpr BlockedConvCore kConvC4Sse1x1S1Wide{&BlockedConvSse<4, 1, 1, 1, 1, 2, 4>, 4, false};
-inline constexpr BlockedConvCore kConvC4Sse1x1S2{&BlockedConvSse<4, 1, 1, 2, 2, 1, 8>, 4, false};
-inline constexpr BlockedConvCore kConvC4Sse1x3S1{&BlockedConvSse<4, 1, 3, 1, 1, 1, 8>, 4, false};
-inline constexpr BlockedConvCore kConvC4Sse3x1S1{&BlockedConvSse<4, 3, 1, 1, 1, 1, 8>, 4, false};
+inline constexpr BlockedConvCore kConvC4Sse1x1S1Wide{&BlockedConvSse<4, 1, 1, 1, 1, 2, 6>, 4, false};
+inline constexpr BlockedConvCore kConvC4Sse1x1S2{&BlockedConvSse<4, 1, 1, 2, 2, 2, 6>, 4, false};
+inline constexpr BlockedConvCore kConvC4Sse1x3S1{&BlockedConvSse<4, 1, 3, 1, 1, 2, 6>, 4, false};
+inline constexpr BlockedConvCore kConvC4Sse3x1S1{&BlockedConvSse<4, 3, 1, 1, 1, 2, 6>, 4, false};
 inline constexpr BlockedConvCore kConvC4Sse3x3S1{&BlockedConvSse<4, 3, 3, 1, 1, 1, 8>, 4, false};
-inline constexpr BlockedConvCore kConvC4Sse3x3S1Wide{&BlockedConvSse<4, 3, 3, 1, 1, 2, 4>, 4, false};
-inline constexpr BlockedConvCore kConvC4Sse3x3S1Wider{&BlockedConvSse<4, 3, 3, 1, 1, 4, 2>, 4, false};
-inline constexpr BlockedConvCore kConvC4Sse3x3S2{&BlockedConvSse<4, 3, 3, 2, 2, 1, 8>, 4, false};
-inline constexpr BlockedConvCore kConvC4SseColumns{&BlockedConvSse<4, 1, 1, 1, 1, 2, 4>, 4, true};
-inline constexpr BlockedConvCore kConvC8Sse1x1S1{&BlockedConvSse<8, 1, 1, 1, 1, 1, 4>, 8, false};
-inline constexpr BlockedConvCore kConvC8Sse1x1S2{&BlockedConvSse<8, 1, 1, 2, 2, 1, 4>, 8, false};
-inline constexpr BlockedConvCore kConvC8Sse1x3S1{&BlockedConvSse<8, 1, 3, 1, 1, 1, 4>, 8, false};
-inline constexpr BlockedConvCore kConvC8Sse3x1S1{&BlockedConvSse<8, 3, 1, 1, 1, 1, 4>, 8, false};
-inline constexpr BlockedConvCore kConvC8Sse3x3S1{&BlockedConvSse<8, 3, 3, 1, 1, 1, 4>, 8, false};
-inline constexpr BlockedConvCore kConvC8Sse3x3S2{&BlockedConvSse<8, 3, 3, 2, 2, 1, 4>, 8, false};
-inline constexpr BlockedConvCore kConvC8SseColumns{&BlockedConvSse<8, 1, 1, 1, 1, 1, 4>, 8, true};
-inline constexpr BlockedConvCore kConvC8Avx1x1S1{&BlockedConvAvx<1, 1, 1, 1, 1, 8>, 8, false};
-inline constexpr BlockedConvCore kConvC8Avx1x1S1Wide{&BlockedConvAvx<1, 1, 1, 1, 2, 4>, 8, false};
-inline constexpr BlockedConvCore kConvC8Avx1x1S2{&BlockedConvAvx<1, 1, 2, 2, 1, 8>, 8, false};
-inline constexpr BlockedConvCore kConvC8Avx1x3S1{&BlockedConvAvx<1, 3, 1, 1, 1, 8>, 8, false};
-inline constexpr BlockedConvCore kConvC8Avx3x1S1{&BlockedConvAvx<3, 1, 1, 1, 1, 8>, 8, false};
-inline constexpr BlockedConvCore kConvC8Avx3x3S1{&BlockedConvAvx<3, 3, 1, 1, 1, 8>, 8, false};
-inline constexpr BlockedConvCore kConvC8Avx3x3S2{&BlockedConvAvx<3, 3, 2, 2, 1, 8>, 8, false};
-inline constexpr BlockedConvCore kConvC8Avx5x5S1{&BlockedConvAvx<5, 5, 1, 1, 1, 8>, 8, false};
-inline constexpr BlockedConvCore kConvC8Avx7x7S1{&BlockedConvAvx<7, 7, 1, 1, 1, 8>, 8, false};
-inline constexpr BlockedConvCore kConvC8Avx7x7S2{&BlockedConvAvx<7, 7, 2, 2, 1, 8>, 8, false};
-inline constexpr BlockedConvCore kConvC8AvxColumns{&BlockedConvAvx<1, 1, 1, 1, 2, 4>, 8, true};
+inline constexpr BlockedConvCore kConvC4Sse3x3S1Wide{&BlockedConvSse<4, 3, 3, 1, 1, 2, 6>, 4, false};
+inline constexpr BlockedConvCore kConvC4Sse3x3S1Wider{&BlockedConvSse<4, 3, 3, 1, 1, 3, 4>, 4, false};
+inline constexpr BlockedConvCore kConvC4Sse3x3S2{&BlockedConvSse<4, 3, 3, 2, 2, 2, 6>, 4, false};
+inline constexpr BlockedConvCore kConvC4SseColumns{&BlockedConvSse<4, 1, 1, 1, 1, 2, 6>, 4, true};
+inline constexpr BlockedConvCore kConvC8Sse1x1S1{&BlockedConvSse<8, 1, 1, 1, 1, 1, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Sse1x1S2{&BlockedConvSse<8, 1, 1, 2, 2, 1, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Sse1x3S1{&BlockedConvSse<8, 1, 3, 1, 1, 1, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Sse3x1S1{&BlockedConvSse<8, 3, 1, 1, 1, 1, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Sse3x3S1{&BlockedConvSse<8, 3, 3, 1, 1, 1, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Sse3x3S2{&BlockedConvSse<8, 3, 3, 2, 2, 1, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8SseColumns{&BlockedConvSse<8, 1, 1, 1, 1, 1, 6>, 8, true};
+inline constexpr BlockedConvCore kConvC8Avx1x1S1{&BlockedConvAvx<1, 1, 1, 1, 2, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Avx1x1S1Wide{&BlockedConvAvx<1, 1, 1, 1, 3, 4>, 8, false};
+inline constexpr BlockedConvCore kConvC8Avx1x1S2{&BlockedConvAvx<1, 1, 2, 2, 2, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Avx1x3S1{&BlockedConvAvx<1, 3, 1, 1, 2, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Avx3x1S1{&BlockedConvAvx<3, 1, 1, 1, 2, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Avx3x3S1{&BlockedConvAvx<3, 3, 1, 1, 2, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Avx3x3S2{&BlockedConvAvx<3, 3, 2, 2, 2, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Avx5x5S1{&BlockedConvAvx<5, 5, 1, 1, 2, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Avx7x7S1{&BlockedConvAvx<7, 7, 1, 1, 2, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Avx7x7S2{&BlockedConvAvx<7, 7, 2, 2, 2, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8AvxColumns{&BlockedConvAvx<1, 1, 1, 1, 3, 4>, 8, true};
 // clang-format on
 
 // Planar 1x1 convolution, stride 1, in SSE (cpu/sse/conv2d/pointwise_sse.cc): per group, out[o][p] = bias[o]

@@ -41,11 +41,11 @@ inline void Tile(const float* x, const float* w, const Geometry& g, const float*
         for (int kx = 0; kx < KW; ++kx) {
           const float* xp = x + ky * g.in_row + kx * B + c;
           const float* wp = w + ((ky * KW + kx) * B + c) * B;
-          __m256 xv[T];
-          for (int t = 0; t < T; ++t) xv[t] = _mm256_broadcast_ss(xp + t * SW * B);
-          for (int o = 0; o < OB; ++o) {
-            const __m256 wv = _mm256_loadu_ps(wp + o * g.w_out);
-            for (int t = 0; t < T; ++t) acc[o][t] = _mm256_add_ps(acc[o][t], _mm256_mul_ps(xv[t], wv));
+          __m256 wv[OB];
+          for (int o = 0; o < OB; ++o) wv[o] = _mm256_loadu_ps(wp + o * g.w_out);
+          for (int t = 0; t < T; ++t) {
+            const __m256 xv = _mm256_broadcast_ss(xp + t * SW * B);
+            for (int o = 0; o < OB; ++o) acc[o][t] = _mm256_add_ps(acc[o][t], _mm256_mul_ps(xv, wv[o]));
           }
         }
       }
@@ -68,10 +68,36 @@ void Blocks(const BlockedConvArgs& a, const Geometry& g, uint32_t ob, uint32_t r
     for (; ox + T <= width; ox += T) {
       Tile<KH, KW, SW, OB, T>(x + static_cast<size_t>(ox) * SW * B, w, g, bias, out + ox * B);
     }
-    for (; ox < width; ++ox) {
-      Tile<KH, KW, SW, OB, 1>(x + static_cast<size_t>(ox) * SW * B, w, g, bias, out + ox * B);
+    if constexpr (T > 1) {
+      constexpr int kHalf = T / 2;
+      for (; ox + kHalf <= width; ox += kHalf) {
+        Tile<KH, KW, SW, OB, kHalf>(x + static_cast<size_t>(ox) * SW * B, w, g, bias, out + ox * B);
+      }
+      for (; ox < width; ++ox) {
+        Tile<KH, KW, SW, OB, 1>(x + static_cast<size_t>(ox) * SW * B, w, g, bias, out + ox * B);
+      }
     }
   }
+}
+
+// A 1x1 stride 1 kernel: the plane as one row, pixel tiles outermost, so that a tile's inputs stay in the
+// first-level cache across all output blocks. Tiles of T from `px` on; returns where they stop.
+template <int OB, int T>
+uint32_t FlatTiles(const BlockedConvArgs& a, const Geometry& g, uint32_t px, uint32_t n) {
+  for (; px + T <= n; px += T) {
+    const float* x = a.input + static_cast<size_t>(px) * B;
+    float* out = a.output + static_cast<size_t>(px) * B;
+    uint32_t ob = 0;
+    for (; ob + OB <= a.out_blocks; ob += OB) {
+      Tile<1, 1, 1, OB, T>(x, a.weight + ob * g.w_out, g, a.bias != nullptr ? a.bias + ob * B : nullptr,
+                           out + ob * g.out_plane);
+    }
+    for (; ob < a.out_blocks; ++ob) {
+      Tile<1, 1, 1, 1, T>(x, a.weight + ob * g.w_out, g, a.bias != nullptr ? a.bias + ob * B : nullptr,
+                          out + ob * g.out_plane);
+    }
+  }
+  return px;
 }
 
 }  // namespace
@@ -85,25 +111,29 @@ void BlockedConvAvx(const BlockedConvArgs& a) {
   g.w_out = g.w_block * a.in_blocks;
   g.out_plane = static_cast<size_t>(a.out_h) * a.out_w * B;
   g.in_blocks = a.in_blocks;
-  // A 1x1 stride 1 kernel reads the plane as one row.
-  constexpr bool kFlat = KH == 1 && KW == 1 && SH == 1 && SW == 1;
-  const uint32_t rows = kFlat ? 1 : a.out_h;
-  const uint32_t width = kFlat ? a.out_h * a.out_w : a.out_w;
+  if constexpr (KH == 1 && KW == 1 && SH == 1 && SW == 1) {
+    const uint32_t n = a.out_h * a.out_w;
+    uint32_t px = FlatTiles<OB, T>(a, g, 0, n);
+    if constexpr (T > 1) px = FlatTiles<OB, T / 2>(a, g, px, n);
+    FlatTiles<OB, 1>(a, g, px, n);
+    return;
+  }
+  const uint32_t rows = a.out_h, width = a.out_w;
   uint32_t ob = 0;
   for (; ob + OB <= a.out_blocks; ob += OB) Blocks<KH, KW, SH, SW, OB, T>(a, g, ob, rows, width);
   for (; ob < a.out_blocks; ++ob) Blocks<KH, KW, SH, SW, 1, T>(a, g, ob, rows, width);
 }
 
-template void BlockedConvAvx<1, 1, 1, 1, 1, 8>(const BlockedConvArgs&);
-template void BlockedConvAvx<1, 1, 1, 1, 2, 4>(const BlockedConvArgs&);
-template void BlockedConvAvx<1, 1, 2, 2, 1, 8>(const BlockedConvArgs&);
-template void BlockedConvAvx<1, 3, 1, 1, 1, 8>(const BlockedConvArgs&);
-template void BlockedConvAvx<3, 1, 1, 1, 1, 8>(const BlockedConvArgs&);
-template void BlockedConvAvx<3, 3, 1, 1, 1, 8>(const BlockedConvArgs&);
-template void BlockedConvAvx<3, 3, 2, 2, 1, 8>(const BlockedConvArgs&);
-template void BlockedConvAvx<5, 5, 1, 1, 1, 8>(const BlockedConvArgs&);
-template void BlockedConvAvx<7, 7, 1, 1, 1, 8>(const BlockedConvArgs&);
-template void BlockedConvAvx<7, 7, 2, 2, 1, 8>(const BlockedConvArgs&);
+template void BlockedConvAvx<1, 1, 1, 1, 2, 6>(const BlockedConvArgs&);
+template void BlockedConvAvx<1, 1, 1, 1, 3, 4>(const BlockedConvArgs&);
+template void BlockedConvAvx<1, 1, 2, 2, 2, 6>(const BlockedConvArgs&);
+template void BlockedConvAvx<1, 3, 1, 1, 2, 6>(const BlockedConvArgs&);
+template void BlockedConvAvx<3, 1, 1, 1, 2, 6>(const BlockedConvArgs&);
+template void BlockedConvAvx<3, 3, 1, 1, 2, 6>(const BlockedConvArgs&);
+template void BlockedConvAvx<3, 3, 2, 2, 2, 6>(const BlockedConvArgs&);
+template void BlockedConvAvx<5, 5, 1, 1, 2, 6>(const BlockedConvArgs&);
+template void BlockedConvAvx<7, 7, 1, 1, 2, 6>(const BlockedConvArgs&);
+template void BlockedConvAvx<7, 7, 2, 2, 2, 6>(const BlockedConvArgs&);
 
 }  // namespace kernel
 }  // namespace zelva
