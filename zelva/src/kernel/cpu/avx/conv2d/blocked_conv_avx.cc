@@ -35,7 +35,9 @@ inline void Tile(const float* x, const float* w, const Geometry& g, const float*
     for (int t = 0; t < T; ++t) acc[o][t] = start;
   }
   for (uint32_t cb = 0; cb < g.in_blocks; ++cb, x += g.in_plane, w += g.w_block) {
-#pragma GCC unroll 8
+    // Not unrolled across channels: unrolled, the compiler hoists the broadcasts of every channel ahead and
+    // spills them, which costs a quarter of the 1x1 throughput.
+#pragma GCC unroll 1
     for (int c = 0; c < B; ++c) {
       for (int ky = 0; ky < KH; ++ky) {
         for (int kx = 0; kx < KW; ++kx) {
