@@ -1,8 +1,8 @@
 // Blocked 2D convolution in 128-bit vectors, for blocks of 4 (C4HW4) and of 8 (C8HW8, two halves a block).
 // A tile holds OB output blocks by T output pixels of one row in registers, starting from the bias; for each
-// input channel and tap it broadcasts the T input values once and multiplies them by the weight vectors of
-// the OB blocks, a separate multiply and add each. The sums run in the reference's order (input channel,
-// kernel row, kernel column), so the results agree with it bit for bit.
+// input channel and tap it loads the weight vectors of the OB blocks once and, pixel by pixel, broadcasts the
+// input value against them, a separate multiply and add each. The sums run in the reference's order (input
+// channel, kernel row, kernel column), so the results agree with it bit for bit.
 #include <xmmintrin.h>
 
 #include <cstddef>
@@ -63,7 +63,7 @@ inline void Tile(const float* x, const float* w, const Geometry& g, const float*
   }
 }
 
-// Output blocks [ob, ob + OB): every row in tiles of T pixels, then single pixels.
+// Output blocks [ob, ob + OB): every row in tiles of T pixels, then of T / 2, then single pixels.
 template <int B, int KH, int KW, int SH, int SW, int OB, int T>
 void Blocks(const BlockedConvArgs& a, const Geometry& g, uint32_t ob, uint32_t rows, uint32_t width) {
   const float* w = a.weight + ob * g.w_out;
