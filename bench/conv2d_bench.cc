@@ -3,9 +3,16 @@
 // to stream its input and weights once with memcpy, measured in the same run: counter x_stream is the
 // member's thread CPU time per call over that yardstick's.
 //
-// Every row of the 2D convolution list is measured (rows whose instruction set the processor lacks are left
-// out); the depthwise rows, planar and blocked, are in depthwise_bench.cc. Run: build/bench/zelva_bench
-// --benchmark_filter=Conv
+// Every planar row of the 2D convolution list is measured (rows whose instruction set the processor lacks
+// are left out); the depthwise rows, planar and blocked, are in depthwise_bench.cc. Run:
+// build/bench/zelva_bench --benchmark_filter=Conv/
+//
+// Second part, ConvLayer/: image-sized layers (3x3 stride 1 padded at 32 and 64 channels on 56x56 and 112x112
+// maps, a 1x1 from 64 to 128 channels on 56x56), every row of the 2D convolution list that accepts the
+// layer, blocked or planar, in GFLOP/s (2 * out * in * kernel taps * output pixels per call) beside this
+// machine's peak for separate vector multiplies and adds of the row's width, measured in the same run
+// (peak.h): counters GFLOPs, peak_GFLOPs and of_peak. PyTorch on one thread on the same layers:
+// /usr/bin/python3 tools/bench_conv_torch.py. Run: build/bench/zelva_bench --benchmark_filter=ConvLayer
 #include <benchmark/benchmark.h>
 
 #include <time.h>
@@ -15,6 +22,8 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_support.h"
+#include "bench/peak.h"
 #include "zelva/src/kernel/family/conv2d/members.h"
 #include "zelva/src/runtime/context.h"
 #include "zelva/src/runtime/weight_data.h"
@@ -103,8 +112,9 @@ void RunMember(benchmark::State& state, Shape shape) {
 }
 
 template <class Kernel>
-void RegisterMember(const char* name, Isa isa) {
+void RegisterMember(const char* name, Isa isa, ConvLayout layout) {
   if (isa == Isa::kAVX && !__builtin_cpu_supports("avx")) return;
+  if (layout != ConvLayout::kCHW) return;
   std::mt19937 rng(1);
   for (const Shape& s : kShapes) {
     Kernel probe;
@@ -113,10 +123,82 @@ void RegisterMember(const char* name, Isa isa) {
   }
 }
 
+// ---- Image-sized layers against the multiply-and-add peak.
+
+const Shape kLayers[] = {
+    {"3x3_32_56x56", 32, 32, 56, 56, 3, 1, 1},       {"3x3_32_112x112", 32, 32, 112, 112, 3, 1, 1},
+    {"3x3_64_56x56", 64, 64, 56, 56, 3, 1, 1},       {"3x3_64_112x112", 64, 64, 112, 112, 3, 1, 1},
+    {"1x1_64to128_56x56", 64, 128, 56, 56, 1, 1, 0},
+};
+
+double Peak(Isa isa) {
+  static const double sse = zvbench::PeakMulAddSseGflops();
+  static const double avx = __builtin_cpu_supports("avx") ? zvbench::PeakMulAddAvxGflops() : 0.0;
+  return isa == Isa::kAVX ? avx : sse;
+}
+
+template <class Kernel>
+void RunLayer(benchmark::State& state, Shape shape, Isa isa, uint32_t block) {
+  std::mt19937 rng(1);
+  auto context = runtime::CreateCPUContext(64);
+  Kernel kernel;
+  if (!kernel.Config(MakeInfo(shape, rng), nullptr, nullptr, context)) {
+    state.SkipWithError("refused");
+    return;
+  }
+  const std::vector<float> x = zvbench::RandomFloats(size_t(shape.in) * shape.h * shape.w, 2);
+  std::shared_ptr<runtime::Tensor> input;
+  if (block == 0) {
+    context->GetDeviceCPU()->CreateTensor(
+        input,
+        runtime::TensorShape({shape.in, shape.h, shape.w}, runtime::DataType::FLOAT32, runtime::Layout::CHW),
+        x.data());
+  } else {
+    context->GetDeviceCPU()->CreateTensor(
+        input,
+        runtime::TensorShape({shape.in / block, shape.h, shape.w, block}, runtime::DataType::FLOAT32,
+                             block == 4 ? runtime::Layout::C4HW4 : runtime::Layout::C8HW8),
+        x.data());
+  }
+  runtime::TensorList inputs = {input}, outputs;
+  kernel.Forward(inputs, outputs, context);  // the scratch is made on the first call
+  const double t0 = zvbench::ThreadNanoseconds();
+  for (auto _ : state) {
+    kernel.Forward(inputs, outputs, context);
+    benchmark::DoNotOptimize(outputs[0]->data);
+  }
+  const double ns = (zvbench::ThreadNanoseconds() - t0) / static_cast<double>(state.iterations());
+  const uint32_t out_h = outputs[0]->shape.dims[1], out_w = outputs[0]->shape.dims[2];
+  const double flops = 2.0 * shape.out * shape.in * shape.k * shape.k * out_h * out_w;
+  state.counters["GFLOPs"] = flops / ns;
+  state.counters["peak_GFLOPs"] = Peak(isa);
+  state.counters["of_peak"] = flops / ns / Peak(isa);
+}
+
+template <class Kernel>
+void RegisterLayers(const char* name, Isa isa, ConvLayout layout) {
+  if (isa == Isa::kAVX && !__builtin_cpu_supports("avx")) return;
+  const uint32_t block = layout == ConvLayout::kC4HW4 ? 4 : layout == ConvLayout::kC8HW8 ? 8 : 0;
+  std::mt19937 rng(1);
+  for (const Shape& s : kLayers) {
+    Kernel probe;
+    if (probe.CheckSupport(MakeInfo(s, rng), nullptr) != 0) continue;
+    benchmark::RegisterBenchmark((std::string("ConvLayer/") + s.label + "/" + name).c_str(), RunLayer<Kernel>,
+                                 s, isa, block)
+        ->MinTime(0.3)
+        ->Unit(benchmark::kMillisecond);
+  }
+}
+
 const int kRegistered = [] {
-#define ZV_BENCH_MEMBER(group, isa, cls, ...) RegisterMember<cls>(#cls, Isa::isa);
+#define ZV_BENCH_MEMBER(group, isa, cls, accuracy, layout, ...) \
+  RegisterMember<cls>(#cls, Isa::isa, ConvLayout::k##layout);
   ZV_CONV2D_MEMBERS(ZV_BENCH_MEMBER)
 #undef ZV_BENCH_MEMBER
+#define ZV_BENCH_LAYER(group, isa, cls, accuracy, layout, ...) \
+  RegisterLayers<cls>(#cls, Isa::isa, ConvLayout::k##layout);
+  ZV_CONV2D_MEMBERS(ZV_BENCH_LAYER)
+#undef ZV_BENCH_LAYER
   return 0;
 }();
 

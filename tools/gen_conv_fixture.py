@@ -1,8 +1,9 @@
 #!/usr/bin/python3
 """Writes tests/data/conv2d_fixture.txt: planar convolutions computed by torch.nn.Conv2d, for the planar
 convolution members (1x1 pointwise, depthwise 3x3, and a general grouped, strided, dilated, non-square case),
-the planar members of fixed geometry, and the layers that change layout (three planar channels into blocks, blocks
-into one planar channel; the test converts the layouts).
+the planar members of fixed geometry, the layers that change layout (three planar channels into blocks, blocks
+into one planar channel), and the channel-blocked members (whole blocks of 8 channels: every kernel size and
+stride they are made for, a grouped layer and a dilated one); the tests convert the layouts.
 Asymmetric padding is applied with torch.nn.functional.pad (left, right, top, bottom) ahead of an unpadded
 layer, which is what the layer fields padding_l, padding_r, padding_t, padding_b mean.
 
@@ -45,6 +46,18 @@ CASES = [
     ("first_3x3", 3, 16, 6, 9, (3, 3), (1, 1), (1, 1), 1, (1, 1, 1, 1), True),
     ("first_7x7_s2", 3, 8, 11, 13, (7, 7), (2, 2), (1, 1), 1, (3, 3, 3, 3), True),
     ("last_3x3", 16, 1, 5, 11, (3, 3), (1, 1), (1, 1), 1, (1, 1, 1, 1), True),
+    # Channel-blocked members.
+    ("blocked_1x1", 16, 8, 5, 9, (1, 1), (1, 1), (1, 1), 1, (0, 0, 0, 0), False),
+    ("blocked_1x1_s2", 8, 16, 7, 9, (1, 1), (2, 2), (1, 1), 1, (0, 0, 0, 0), True),
+    ("blocked_1x3", 8, 16, 3, 10, (1, 3), (1, 1), (1, 1), 1, (1, 1, 0, 0), True),
+    ("blocked_3x1", 16, 8, 6, 7, (3, 1), (1, 1), (1, 1), 1, (0, 0, 1, 1), True),
+    ("blocked_3x3", 16, 24, 9, 13, (3, 3), (1, 1), (1, 1), 1, (1, 1, 1, 1), True),
+    ("blocked_3x3_s2", 8, 16, 11, 9, (3, 3), (2, 2), (1, 1), 1, (1, 1, 1, 1), False),
+    ("blocked_3x3_grouped", 16, 16, 5, 8, (3, 3), (1, 1), (1, 1), 2, (1, 1, 1, 1), True),
+    ("blocked_5x5", 8, 16, 9, 10, (5, 5), (1, 1), (1, 1), 1, (2, 2, 2, 2), True),
+    ("blocked_7x7", 8, 8, 9, 11, (7, 7), (1, 1), (1, 1), 1, (3, 3, 3, 3), True),
+    ("blocked_7x7_s2", 8, 8, 15, 13, (7, 7), (2, 2), (1, 1), 1, (3, 3, 3, 3), True),
+    ("blocked_dilated", 8, 8, 10, 12, (3, 2), (2, 1), (2, 1), 1, (1, 0, 2, 1), True),
 ]
 
 

@@ -31,6 +31,75 @@ struct PlanarConvCore {
   bool pads_input;  // the frame hands the core a zero-padded copy; otherwise the core handles borders
 };
 
+// What a blocked core sees: one group of a convolution in a channel-blocked layout (block 4 or 8). The input
+// is [in_blocks, in_h, in_w, block], already zero-padded by the frame; the output is [out_blocks, out_h,
+// out_w, block]; the weight is [out_blocks, in_blocks, kernel_y, kernel_x, block (input), block (output)],
+// the output channel innermost, and bias [out_blocks * block] or null. Every output value is its bias (or
+// 0.0) plus the products taken in the order (input channel, kernel row, kernel column), one separate multiply
+// and add each, so a direct core agrees with the family reference bit for bit.
+struct BlockedConvArgs {
+  const float* input;
+  uint32_t in_blocks, in_h, in_w;
+  float* output;
+  uint32_t out_blocks, out_h, out_w;
+  const float* weight;
+  const float* bias;
+};
+
+// A blocked core and how the frame feeds it. A direct core is instantiated for one kernel size and stride
+// (dilation 1). A column core is the 1x1 stride 1 core run on the column expansion of the padded input: each
+// tap of each input block becomes an input block of its own, which the repacked weight order already
+// matches; the sums then run in the order (input block, kernel row, kernel column, channel in block).
+struct BlockedConvCore {
+  void (*run)(const BlockedConvArgs& args);
+  uint32_t block;  // 4 (C4HW4) or 8 (C8HW8)
+  bool columns;    // any kernel, stride and dilation through the column expansion
+};
+
+// The blocked cores, one template per instruction set over kernel size (KH x KW), stride (SH x SW) and tile:
+// OB output blocks side by side by T output pixels along the row, OB * T independent accumulators; a row's
+// last pixels (tiles of T / 2, then single pixels) and the output blocks beyond a multiple of OB run in
+// smaller tiles. Output blocks are the outer loop, so a group of OB blocks' weights stays cached over the
+// rows; a 1x1 stride 1 kernel instead walks the whole plane as one row with pixel tiles outermost, its small
+// weight set cached over the plane. The instantiations the lists use are made in the cores' files.
+//   cpu/sse/conv2d/blocked_conv_sse.cc: block B = 4 or 8; a block of 8 is two 128-bit halves.
+//   cpu/avx/conv2d/blocked_conv_avx.cc: block 8.
+template <int B, int KH, int KW, int SH, int SW, int OB, int T>
+void BlockedConvSse(const BlockedConvArgs& args);
+template <int KH, int KW, int SH, int SW, int OB, int T>
+void BlockedConvAvx(const BlockedConvArgs& args);
+
+// clang-format off
+inline constexpr BlockedConvCore kConvC4Sse1x1S1{&BlockedConvSse<4, 1, 1, 1, 1, 1, 8>, 4, false};
+inline constexpr BlockedConvCore kConvC4Sse1x1S1Wide{&BlockedConvSse<4, 1, 1, 1, 1, 2, 6>, 4, false};
+inline constexpr BlockedConvCore kConvC4Sse1x1S2{&BlockedConvSse<4, 1, 1, 2, 2, 2, 6>, 4, false};
+inline constexpr BlockedConvCore kConvC4Sse1x3S1{&BlockedConvSse<4, 1, 3, 1, 1, 2, 6>, 4, false};
+inline constexpr BlockedConvCore kConvC4Sse3x1S1{&BlockedConvSse<4, 3, 1, 1, 1, 2, 6>, 4, false};
+inline constexpr BlockedConvCore kConvC4Sse3x3S1{&BlockedConvSse<4, 3, 3, 1, 1, 1, 8>, 4, false};
+inline constexpr BlockedConvCore kConvC4Sse3x3S1Wide{&BlockedConvSse<4, 3, 3, 1, 1, 2, 6>, 4, false};
+inline constexpr BlockedConvCore kConvC4Sse3x3S1Wider{&BlockedConvSse<4, 3, 3, 1, 1, 3, 4>, 4, false};
+inline constexpr BlockedConvCore kConvC4Sse3x3S2{&BlockedConvSse<4, 3, 3, 2, 2, 2, 6>, 4, false};
+inline constexpr BlockedConvCore kConvC4SseColumns{&BlockedConvSse<4, 1, 1, 1, 1, 2, 6>, 4, true};
+inline constexpr BlockedConvCore kConvC8Sse1x1S1{&BlockedConvSse<8, 1, 1, 1, 1, 1, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Sse1x1S2{&BlockedConvSse<8, 1, 1, 2, 2, 1, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Sse1x3S1{&BlockedConvSse<8, 1, 3, 1, 1, 1, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Sse3x1S1{&BlockedConvSse<8, 3, 1, 1, 1, 1, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Sse3x3S1{&BlockedConvSse<8, 3, 3, 1, 1, 1, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Sse3x3S2{&BlockedConvSse<8, 3, 3, 2, 2, 1, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8SseColumns{&BlockedConvSse<8, 1, 1, 1, 1, 1, 6>, 8, true};
+inline constexpr BlockedConvCore kConvC8Avx1x1S1{&BlockedConvAvx<1, 1, 1, 1, 2, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Avx1x1S1Wide{&BlockedConvAvx<1, 1, 1, 1, 3, 4>, 8, false};
+inline constexpr BlockedConvCore kConvC8Avx1x1S2{&BlockedConvAvx<1, 1, 2, 2, 2, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Avx1x3S1{&BlockedConvAvx<1, 3, 1, 1, 2, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Avx3x1S1{&BlockedConvAvx<3, 1, 1, 1, 2, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Avx3x3S1{&BlockedConvAvx<3, 3, 1, 1, 2, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Avx3x3S2{&BlockedConvAvx<3, 3, 2, 2, 2, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Avx5x5S1{&BlockedConvAvx<5, 5, 1, 1, 2, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Avx7x7S1{&BlockedConvAvx<7, 7, 1, 1, 2, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8Avx7x7S2{&BlockedConvAvx<7, 7, 2, 2, 2, 6>, 8, false};
+inline constexpr BlockedConvCore kConvC8AvxColumns{&BlockedConvAvx<1, 1, 1, 1, 3, 4>, 8, true};
+// clang-format on
+
 // Planar 1x1 convolution, stride 1, in SSE (cpu/sse/conv2d/pointwise_sse.cc): per group, out[o][p] = bias[o]
 // + the sum over the group's input channels i, in order, of w[o][i] * in[i][p]; separate multiply and add.
 // Tiles of four output channels by eight pixels (one input load feeds four outputs), then four pixels, then

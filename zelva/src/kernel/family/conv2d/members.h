@@ -4,6 +4,7 @@
 // family, abs + rel * (the sum of the absolute values of the terms of the element).
 #pragma once
 
+#include "zelva/src/kernel/family/conv2d/blocked_frame.h"
 #include "zelva/src/kernel/family/conv2d/cores.h"
 #include "zelva/src/kernel/family/conv2d/planar_frame.h"
 #include "zelva/src/kernel/family/conv2d/reference.h"
@@ -56,6 +57,7 @@
 
 // clang-format off
 #define ZV_CONV2D_MEMBERS(X)                                                                                     \
+  ZV_CONV2D_BLOCKED_MEMBERS(X)                                                                                   \
   X(kFallback, kScalar, Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1, kBitExact, CHW,                          \
     kConvNonZero, kConvNonZero, kConvNonZero, kConvNonZero, kConvNonZero, kConvNonZero, kNonZero, kNonZero,     \
     kConvPadAny, kConvPadAny, kConvPadAny, kConvPadAny, kConv2dReferenceCore)                                    \
@@ -64,6 +66,70 @@
   X(kSSE, kSSE, Conv2d_K1x1_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1, kBitExact, CHW,                                       \
     1, 1, 1, 1, 1, 1, kNonZero, kNonZero, 0, 0, 0, 0, kPointwiseConvSse)                                         \
   ZV_CONV2D_PLANAR_MEMBERS(X)
+// clang-format on
+
+// Blocked members: the channel-blocked rows (blocked_frame.h), referenced at the head of the list above.
+// clang-format off
+#define ZV_CONV2D_BLOCKED_MEMBERS(X)                                                                              \
+  X(kSSE, kSSE, Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C4HW4_Float_M1, Within(4e-6f, 4e-6f), C4HW4,                         \
+    kConvAny, kConvAny, kConvAny, kConvAny, kConvAny, kConvAny, kNotTested, kNotTested,                           \
+    kConvPadAny, kConvPadAny, kConvPadAny, kConvPadAny, kConvC4SseColumns)                                        \
+  X(kSSE, kSSE, Conv2d_K1x1_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1, kBitExact, C4HW4,                                    \
+    1, 1, 1, 1, 1, 1, kMult4, kExactlyOne, 0, 0, 0, 0, kConvC4Sse1x1S1)                                           \
+  X(kSSE, kSSE, Conv2d_K1x1_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M2, kBitExact, C4HW4,                                    \
+    1, 1, 1, 1, 1, 1, kMult4, kExactlyOne, 0, 0, 0, 0, kConvC4Sse1x1S1Wide)                                       \
+  X(kSSE, kSSE, Conv2d_K1x1_S2x2_D1x1_G1_SSE_C4HW4_FLOAT_M1, kBitExact, C4HW4,                                    \
+    1, 1, 2, 2, 1, 1, kMult4, kExactlyOne, 0, 0, 0, 0, kConvC4Sse1x1S2)                                           \
+  X(kSSE, kSSE, Conv2d_K3x3_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1, kBitExact, C4HW4,                                    \
+    3, 3, 1, 1, 1, 1, kMult4, kNonZero, kConvPadAny, kConvPadAny, kConvPadAny, kConvPadAny, kConvC4Sse3x3S1)      \
+  X(kSSE, kSSE, Conv2d_K3x3_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M2, kBitExact, C4HW4,                                    \
+    3, 3, 1, 1, 1, 1, kMult4, kNonZero, 1, 1, 1, 1, kConvC4Sse3x3S1Wide)                                          \
+  X(kSSE, kSSE, Conv2d_K3x3_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M3, kBitExact, C4HW4,                                    \
+    3, 3, 1, 1, 1, 1, kMult4, kNonZero, 1, 1, 1, 1, kConvC4Sse3x3S1Wider)                                         \
+  X(kSSE, kSSE, Conv2d_K3x3_S2x2_D1x1_G1_SSE_C4HW4_FLOAT_M1, kBitExact, C4HW4,                                    \
+    3, 3, 2, 2, 1, 1, kMult4, kNonZero, kConvPadAny, kConvPadAny, kConvPadAny, kConvPadAny, kConvC4Sse3x3S2)      \
+  X(kSSE, kSSE, Conv2d_K1x3_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1, kBitExact, C4HW4,                                    \
+    1, 3, 1, 1, 1, 1, kMult4, kNonZero, 1, 1, 0, 0, kConvC4Sse1x3S1)                                              \
+  X(kSSE, kSSE, Conv2d_K3x1_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1, kBitExact, C4HW4,                                    \
+    3, 1, 1, 1, 1, 1, kMult4, kNonZero, 0, 0, 1, 1, kConvC4Sse3x1S1)                                              \
+  X(kSSE, kSSE, Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C8HW8_Float_M1, Within(4e-6f, 4e-6f), C8HW8,                         \
+    kConvAny, kConvAny, kConvAny, kConvAny, kConvAny, kConvAny, kNotTested, kNotTested,                           \
+    kConvPadAny, kConvPadAny, kConvPadAny, kConvPadAny, kConvC8SseColumns)                                        \
+  X(kSSE, kSSE, Conv2d_K1x1_S1x1_D1x1_G1_SSE_C8HW8_FLOAT_M1, kBitExact, C8HW8,                                    \
+    1, 1, 1, 1, 1, 1, kMult8, kExactlyOne, 0, 0, 0, 0, kConvC8Sse1x1S1)                                           \
+  X(kSSE, kSSE, Conv2d_K1x1_S2x2_D1x1_G1_SSE_C8HW8_FLOAT_M1, kBitExact, C8HW8,                                    \
+    1, 1, 2, 2, 1, 1, kMult8, kExactlyOne, 0, 0, 0, 0, kConvC8Sse1x1S2)                                           \
+  X(kSSE, kSSE, Conv2d_K3x3_S1x1_D1x1_G1_SSE_C8HW8_FLOAT_M1, kBitExact, C8HW8,                                    \
+    3, 3, 1, 1, 1, 1, kMult8, kNonZero, 1, 1, 1, 1, kConvC8Sse3x3S1)                                              \
+  X(kSSE, kSSE, Conv2d_K3x3_S2x2_D1x1_G1_SSE_C8HW8_FLOAT_M1, kBitExact, C8HW8,                                    \
+    3, 3, 2, 2, 1, 1, kMult8, kNonZero, 1, 1, 1, 1, kConvC8Sse3x3S2)                                              \
+  X(kSSE, kSSE, Conv2d_K1x3_S1x1_D1x1_G1_SSE_C8HW8_FLOAT_M1, kBitExact, C8HW8,                                    \
+    1, 3, 1, 1, 1, 1, kMult8, kNonZero, 1, 1, 0, 0, kConvC8Sse1x3S1)                                              \
+  X(kSSE, kSSE, Conv2d_K3x1_S1x1_D1x1_G1_SSE_C8HW8_FLOAT_M1, kBitExact, C8HW8,                                    \
+    3, 1, 1, 1, 1, 1, kMult8, kNonZero, 0, 0, 1, 1, kConvC8Sse3x1S1)                                              \
+  X(kAVX, kAVX, Conv2D_Knxm_Snxm_Dnxm_G1_AVX_C8HW8_Float_M1, Within(4e-6f, 4e-6f), C8HW8,                         \
+    kConvAny, kConvAny, kConvAny, kConvAny, kConvAny, kConvAny, kMult8, kNotTested,                               \
+    kConvPadAny, kConvPadAny, kConvPadAny, kConvPadAny, kConvC8AvxColumns)                                        \
+  X(kAVX, kAVX, Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M1, kBitExact, C8HW8,                                    \
+    1, 1, 1, 1, 1, 1, kMult8, kExactlyOne, 0, 0, 0, 0, kConvC8Avx1x1S1)                                           \
+  X(kAVX, kAVX, Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M2, kBitExact, C8HW8,                                    \
+    1, 1, 1, 1, 1, 1, kMult8, kExactlyOne, 0, 0, 0, 0, kConvC8Avx1x1S1Wide)                                       \
+  X(kAVX, kAVX, Conv2d_K1x1_S2x2_D1x1_G1_AVX_C8HW8_FLOAT_M1, kBitExact, C8HW8,                                    \
+    1, 1, 2, 2, 1, 1, kMult8, kExactlyOne, 0, 0, 0, 0, kConvC8Avx1x1S2)                                           \
+  X(kAVX, kAVX, Conv2d_K3x3_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M1, kBitExact, C8HW8,                                    \
+    3, 3, 1, 1, 1, 1, kMult8, kNonZero, 1, 1, 1, 1, kConvC8Avx3x3S1)                                              \
+  X(kAVX, kAVX, Conv2d_K5x5_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M1, kBitExact, C8HW8,                                    \
+    5, 5, 1, 1, 1, 1, kMult8, kNonZero, 2, 2, 2, 2, kConvC8Avx5x5S1)                                              \
+  X(kAVX, kAVX, Conv2d_K7x7_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M1, kBitExact, C8HW8,                                    \
+    7, 7, 1, 1, 1, 1, kMult8, kNonZero, 3, 3, 3, 3, kConvC8Avx7x7S1)                                              \
+  X(kAVX, kAVX, Conv2d_K7x7_S2x2_D1x1_G1_AVX_C8HW8_FLOAT_M1, kBitExact, C8HW8,                                    \
+    7, 7, 2, 2, 1, 1, kMult8, kNonZero, 3, 3, 3, 3, kConvC8Avx7x7S2)                                              \
+  X(kAVX, kAVX, Conv2d_K3x3_S2x2_D1x1_G1_AVX_C8HW8_FLOAT_M1, kBitExact, C8HW8,                                    \
+    3, 3, 2, 2, 1, 1, kMult8, kNonZero, 1, 1, 1, 1, kConvC8Avx3x3S2)                                              \
+  X(kAVX, kAVX, Conv2d_K1x3_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M1, kBitExact, C8HW8,                                    \
+    1, 3, 1, 1, 1, 1, kMult8, kNonZero, 1, 1, 0, 0, kConvC8Avx1x3S1)                                              \
+  X(kAVX, kAVX, Conv2d_K3x1_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M1, kBitExact, C8HW8,                                    \
+    3, 1, 1, 1, 1, 1, kMult8, kNonZero, 0, 0, 1, 1, kConvC8Avx3x1S1)
 // clang-format on
 
 namespace zelva {

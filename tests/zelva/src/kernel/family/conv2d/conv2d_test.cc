@@ -1,5 +1,7 @@
-// The 2D convolution family: every row of its list against the plain reference, which is itself held
-// against torch.nn.Conv2d (planar_conv_tester.h).
+// The 2D convolution family, planar rows: every row of its list against the plain reference, which is itself
+// held against torch.nn.Conv2d (planar_conv_tester.h); the cases each member was made for in the torch
+// fixtures; Winograd against the direct 3x3 on odd sizes; layers each fixed-geometry member refuses. The
+// blocked rows have their own tester (blocked_conv_test.cc).
 #include <gtest/gtest.h>
 
 #include "zelva/src/kernel/family/conv2d/members.h"
@@ -10,9 +12,19 @@ namespace zvtest {
 namespace conv {
 namespace {
 
+// The planar rows; the blocked ones have their own tester (blocked_conv_test.cc).
 std::vector<Member> Conv2dMembers() {
-  std::vector<Member> members;
+  std::vector<Member> members, blocked;
   ZV_CONV2D_MEMBERS(ZV_TEST_CONV_MEMBER)
+  members.swap(blocked);
+  ZV_CONV2D_BLOCKED_MEMBERS(ZV_TEST_CONV_MEMBER)
+  members.swap(blocked);
+  members.erase(std::remove_if(members.begin(), members.end(),
+                               [&](const Member& m) {
+                                 return std::any_of(blocked.begin(), blocked.end(),
+                                                    [&](const Member& b) { return b.name == m.name; });
+                               }),
+                members.end());
   return members;
 }
 
@@ -40,6 +52,162 @@ TEST(Conv2dFamily, ReferenceAndMembersMatchTorchFixtures) {
                                "general Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1"}) {
     EXPECT_EQ(ran.count(expected), 1u) << expected;
   }
+  const bool avx = CanRun(zelva::kernel::Isa::kAVX);
+  const std::pair<const char*, bool> expected[] = {
+      {"general Conv2D_Knxm_Snxm_Dnxm_Gn_SSE_CHW_Float_M1", false},
+      {"planar_3x3_s1 Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1", false},
+      {"planar_3x3_s1 Conv2d_K3x3_S1x1_D1x1_G1_AVX_CHW_FLOAT_M1", true},
+      {"planar_3x3_s1 Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M1", false},
+      {"planar_3x3_s1 Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M2", false},
+      {"planar_3x3_s1_grouped Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1", false},
+      {"planar_3x3_s1_grouped Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M2", false},
+      {"planar_3x3_s2 Conv2d_K3x3_S2x2_D1x1_G1_SSE_CHW_FLOAT_M1", false},
+      {"planar_3x1 Conv2d_K3x1_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1", false},
+      {"planar_3x1 Conv2d_K3x1_S1x1_D1x1_G1_SSE_CHW_FLOAT_M2", false},
+      {"planar_1x3 Conv2d_K1x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1", false},
+      {"planar_1x1_s2 Conv2d_K1x1_S2x2_D1x1_G1_SSE_CHW_FLOAT_M1", false},
+      {"first_3x3 Conv2d_K3x3_S1x1_D1x1_G1_SSE_3In_CHW_To_C4HW4_FLOAT_M1", false},
+      {"first_3x3 Conv2d_K3x3_S1x1_D1x1_G1_AVX_3In_CHW_To_C4HW4_FLOAT_M1", true},
+      {"first_3x3 Conv2d_K3x3_S1x1_D1x1_G1_AVX_3In_CHW_To_C8HW8_FLOAT_M1", true},
+      {"first_7x7_s2 Conv2d_K7x7_S2x2_D1x1_G1_AVX_3In_CHW_To_C8HW8_FLOAT_M1", true},
+      {"last_3x3 Conv2d_K3x3_S1x1_D1x1_G1_AVX_C8HW8_To_CHW_1Out_FLOAT_M1", true},
+  };
+  for (const auto& [name, needs_avx] : expected) {
+    if (!needs_avx || avx) {
+      EXPECT_EQ(ran.count(name), 1u) << name;
+    }
+  }
+}
+
+const Member& Find(const std::vector<Member>& members, const std::string& name) {
+  for (const Member& m : members) {
+    if (m.name == name) return m;
+  }
+  ADD_FAILURE() << "no member " << name;
+  return members.front();
+}
+
+// F(2x2, 3x3) against the direct 3x3 member, odd and even output sizes, one-pixel rows and columns: the
+// largest difference over the magnitude of the terms (the sum of their absolute values) measures about
+// 5e-7; held to 2e-6 + 2e-6 * magnitude, the rows' accuracy.
+TEST(Conv2dPlanarMembers, WinogradAgreesWithTheDirectConvolution) {
+  const std::vector<Member> members = Conv2dMembers();
+  const Member& direct = Find(members, "Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1");
+  std::mt19937 rng(17);
+  const uint32_t sizes[][4] = {{1, 1, 1, 1},   {3, 5, 1, 9},   {7, 4, 9, 1},  {16, 16, 7, 8},
+                               {5, 9, 13, 17}, {2, 3, 56, 30}, {33, 4, 3, 71}};
+  for (const char* name : {"Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M1",
+                           "Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M2"}) {
+    const Member& winograd = Find(members, name);
+    double worst = 0.0;
+    for (const auto& size : sizes) {
+      Layer l;
+      l.in = size[0];
+      l.out = size[1];
+      l.h = size[2];
+      l.w = size[3];
+      l.ky = l.kx = 3;
+      l.pl = l.pr = l.pt = l.pb = 1;
+      l.bias = l.h % 2 == 1;
+      l.weight = RandomFloats(size_t{l.out} * l.in * 9, rng(), -1.0f, 1.0f);
+      l.bias_values = RandomFloats(l.out, rng(), -1.0f, 1.0f);
+      l.input = RandomFloats(size_t{l.in} * l.h * l.w, rng(), -1.0f, 1.0f);
+      auto ctx = MakeTestContext();
+      auto run = [&](const Member& m) {
+        auto kernel = m.make();
+        const auto out = RunKernel(*kernel, l.Info(),
+                                   {MakeTensor(ctx, {l.in, l.h, l.w}, runtime::Layout::CHW, l.input)}, ctx);
+        EXPECT_EQ(out.size(), 1u);
+        return out.empty() ? std::vector<float>() : Values(out[0]);
+      };
+      const std::vector<float> want = run(direct);
+      const std::vector<float> magnitude = RunReference(&zelva::kernel::Conv2dReference, l, true);
+      ExpectMember(winograd, l, want, magnitude, std::string(name) + " " + l.Describe());
+      const std::vector<float> got = run(winograd);
+      ASSERT_EQ(got.size(), want.size());
+      for (size_t i = 0; i < got.size(); ++i)
+        worst = std::max(worst, std::fabs(double{got[i]} - want[i]) / magnitude[i]);
+    }
+    EXPECT_LT(worst, 2e-6) << name;
+    GTEST_LOG_(INFO) << name << ": largest difference from the direct 3x3 over the magnitude " << worst;
+  }
+}
+
+// Layers a member was not made for fail with -1 from CheckSupport.
+TEST(Conv2dPlanarMembers, RefuseLayersOutsideTheirRule) {
+  const std::vector<Member> members = Conv2dMembers();
+  Layer base;
+  base.in = 8;
+  base.out = 8;
+  base.h = base.w = 6;
+  base.ky = base.kx = 3;
+  base.pl = base.pr = base.pt = base.pb = 1;
+  struct Case {
+    const char* member;
+    const char* what;
+    std::function<void(Layer&)> change;
+  };
+  const Case cases[] = {
+      {"Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M1", "padding 0",
+       [](Layer& l) { l.pl = l.pr = l.pt = l.pb = 0; }},
+      {"Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M2", "stride 2", [](Layer& l) { l.sy = l.sx = 2; }},
+      {"Conv2d_K3x3_S1x1_D1x1_G1_AVX_CHW_FLOAT_M1", "padding 0 on the left", [](Layer& l) { l.pl = 0; }},
+      {"Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1", "dilation 2", [](Layer& l) { l.dx = l.dy = 2; }},
+      {"Conv2d_K3x3_S2x2_D1x1_G1_SSE_CHW_FLOAT_M1", "stride 1", [](Layer&) {}},
+      {"Conv2d_K1x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1", "padding on top",
+       [](Layer& l) {
+         l.ky = 1;
+         l.pt = l.pb = 1;
+       }},
+      {"Conv2d_K3x1_S1x1_D1x1_G1_SSE_CHW_FLOAT_M2", "a 3x3 kernel", [](Layer&) {}},
+      {"Conv2d_K1x1_S2x2_D1x1_G1_SSE_CHW_FLOAT_M1", "padding",
+       [](Layer& l) {
+         l.ky = l.kx = 1;
+         l.sy = l.sx = 2;
+       }},
+      {"Conv2d_K3x3_S1x1_D1x1_G1_SSE_3In_CHW_To_C4HW4_FLOAT_M1", "eight input channels", [](Layer&) {}},
+      {"Conv2d_K3x3_S1x1_D1x1_G1_AVX_3In_CHW_To_C8HW8_FLOAT_M1", "12 outputs",
+       [](Layer& l) {
+         l.in = 3;
+         l.out = 12;
+       }},
+      {"Conv2d_K3x3_S1x1_D1x1_G1_AVX_3In_CHW_To_C4HW4_FLOAT_M1", "padding 0",
+       [](Layer& l) {
+         l.in = 3;
+         l.pl = l.pr = l.pt = l.pb = 0;
+       }},
+      {"Conv2d_K7x7_S2x2_D1x1_G1_AVX_3In_CHW_To_C8HW8_FLOAT_M1", "padding 1",
+       [](Layer& l) {
+         l.in = 3;
+         l.ky = l.kx = 7;
+         l.sy = l.sx = 2;
+       }},
+      {"Conv2d_K3x3_S1x1_D1x1_G1_AVX_C8HW8_To_CHW_1Out_FLOAT_M1", "eight outputs", [](Layer&) {}},
+      {"Conv2d_K3x3_S1x1_D1x1_G1_AVX_C8HW8_To_CHW_1Out_FLOAT_M1", "two groups",
+       [](Layer& l) {
+         l.out = 1;
+         l.groups = 2;
+       }},
+      {"Conv2d_K3x3_S1x1_D1x1_G1_AVX_C8HW8_To_CHW_1Out_FLOAT_M1", "12 inputs",
+       [](Layer& l) {
+         l.in = 12;
+         l.out = 1;
+       }},
+  };
+  for (const Case& c : cases) {
+    Layer l = base;
+    c.change(l);
+    l.weight.assign(size_t{l.out} * l.in * l.ky * l.kx, 0.5f);
+    EXPECT_EQ(Find(members, c.member).make()->CheckSupport(l.Info(), nullptr), -1)
+        << c.member << ": " << c.what;
+  }
+  // The planar members check no group count but zero: a grouped layer passes.
+  Layer grouped = base;
+  grouped.groups = 2;
+  EXPECT_EQ(Find(members, "Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1")
+                .make()
+                ->CheckSupport(grouped.Info(), nullptr),
+            0);
 }
 
 }  // namespace
