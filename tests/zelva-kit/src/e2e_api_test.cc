@@ -187,3 +187,37 @@ TEST(EndToEndFiles, VadBinaryTwinMatchesJsonBitForBit) {
 }
 
 }  // namespace
+
+// A convolutional network of planar and blocked members with layout converters between them (fixture from
+// tools/gen_conv_e2e_model.py) through the denoise engine: PyTorch's outputs within float rounding of the
+// different orders of the sums, block after block, and the same bits from a second engine.
+TEST(EndToEndConvolution, PlanarAndBlockedLayersStreamLikePyTorch) {
+  if (ZV2_CheckIsaAVX() != 0) GTEST_SKIP() << "the network has AVX members; this processor has no AVX";
+  zvtest::LogCapture log;
+  const std::string model = Data("denoise_conv.json"), config = Data("denoise_conv.cfg.json");
+  const char* argv[] = {model.c_str(), config.c_str()};
+  const std::vector<float> input = ReadFloats("denoise_conv_input.f32");
+  const std::vector<float> expected = ReadFloats("denoise_conv_expected.f32");
+  constexpr size_t kBlock = 9 * 13, kOut = 5 * 7;
+  ASSERT_EQ(input.size() / kBlock * kOut, expected.size());
+  std::vector<float> first;
+  for (int engine = 0; engine < 2; ++engine) {
+    uint32_t handle = 0;
+    ASSERT_EQ(ZV2_Create_AudioDenoise(&handle, 2, argv), ZV2_RESULT_OK) << log.Last();
+    std::vector<float> out(kOut);
+    for (size_t b = 0; b * kBlock < input.size(); ++b) {
+      ASSERT_EQ(ZV2_Apply_AudioDenoise_CPU(handle, input.data() + b * kBlock, out.data()), ZV2_RESULT_OK)
+          << "block " << b << ": " << log.Last();
+      for (size_t k = 0; k < kOut; ++k) {
+        const float want = expected[b * kOut + k];
+        if (engine == 0) {
+          EXPECT_NEAR(out[k], want, 1e-5f + 1e-5f * std::fabs(want)) << "block " << b << " output " << k;
+          first.push_back(out[k]);
+        } else {
+          ASSERT_EQ(out[k], first[b * kOut + k]) << "block " << b << " output " << k;
+        }
+      }
+    }
+    EXPECT_EQ(ZV2_Destory_AudioDenoise(&handle), ZV2_RESULT_OK);
+  }
+}

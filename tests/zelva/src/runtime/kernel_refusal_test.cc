@@ -52,6 +52,10 @@ TEST(KernelRefusal, TheLoadFailsNamingTheMember) {
        [](zvtest::ModelBuilder& b, const char* k) { Conv(b, k, 6, 6, 3, 6); }},
       {"12 channels for an 8-blocked depthwise member", "Depthwise_Conv2D_K3x3_S1x1_D1x1_AVX_C8HW8_FLOAT_M1",
        [](zvtest::ModelBuilder& b, const char* k) { Conv(b, k, 12, 12, 3, 12); }},
+      {"12 channels for an 8-blocked convolution member", "Conv2d_K3x3_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M1",
+       [](zvtest::ModelBuilder& b, const char* k) { Conv(b, k, 12, 8, 3); }},
+      {"6 output channels for a 4-blocked convolution member", "Conv2d_K1x1_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1",
+       [](zvtest::ModelBuilder& b, const char* k) { Conv(b, k, 8, 6, 1); }},
       {"a description for a layout converter", "LayoutTransform_MainMemory_CHW_Float_To_C4HW4_SSE_M1",
        [](zvtest::ModelBuilder& b, const char* k) { Conv(b, k, 4, 4, 1); }},
   };
