@@ -71,23 +71,6 @@ void AssertBlockedConvRunnable(const char* name, uint32_t block, const BlockedCo
             "[%s] needs a float tensor [%u, H, W, %u].", name, state.param.in_channels / block, block);
 }
 
-void PadBlocked(const float* src, uint32_t blocks, uint32_t h, uint32_t w, uint32_t block, uint32_t l,
-                uint32_t r, uint32_t t, uint32_t b, float* dst) {
-  const size_t row = (static_cast<size_t>(l) + w + r) * block;
-  const size_t left = static_cast<size_t>(l) * block, body = static_cast<size_t>(w) * block;
-  for (uint32_t c = 0; c < blocks; ++c) {
-    std::memset(dst, 0, sizeof(float) * row * t);
-    dst += row * t;
-    for (uint32_t y = 0; y < h; ++y, dst += row, src += body) {
-      std::memset(dst, 0, sizeof(float) * left);
-      std::memcpy(dst + left, src, sizeof(float) * body);
-      std::memset(dst + left + body, 0, sizeof(float) * (row - left - body));
-    }
-    std::memset(dst, 0, sizeof(float) * row * b);
-    dst += row * b;
-  }
-}
-
 void ExpandBlockedColumns(const float* src, uint32_t blocks, uint32_t h, uint32_t w, uint32_t block,
                           const Conv2dParam& p, uint32_t out_h, uint32_t out_w, float* dst) {
   const size_t row = static_cast<size_t>(w) * block;

@@ -49,9 +49,12 @@ void AssertBlockedConvRunnable(const char* name, uint32_t block, const BlockedCo
                                const runtime::TensorList& inputs);
 void RunBlockedConv(const BlockedConvCore& core, BlockedConvState& state, const runtime::TensorList& inputs,
                     const runtime::TensorList& outputs, const std::shared_ptr<runtime::Context>& context);
-// Copies [blocks, h, w, block] into [blocks, h + t + b, w + l + r, block] with zero margins.
-void PadBlocked(const float* src, uint32_t blocks, uint32_t h, uint32_t w, uint32_t block, uint32_t l,
-                uint32_t r, uint32_t t, uint32_t b, float* dst);
+// Copies [blocks, h, w, block] into [blocks, h + t + b, w + l + r, block] with zero margins: the planar pad
+// of rows w * block floats wide.
+inline void PadBlocked(const float* src, uint32_t blocks, uint32_t h, uint32_t w, uint32_t block, uint32_t l,
+                       uint32_t r, uint32_t t, uint32_t b, float* dst) {
+  PadPlanar(src, blocks, h, w * block, l * block, r * block, t, b, dst);
+}
 // The column expansion of one group's padded input [blocks, h, w, block]: for each input block and tap (i, j)
 // in order, the out_h x out_w block vectors the tap meets, read at rows oy * stride_y + i * dilation_y and
 // columns ox * stride_x + j * dilation_x.

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "zelva/src/kernel/family/conv2d/blocked_frame.h"
 #include "zelva/src/kernel/family/conv2d/planar_frame.h"
 #include "zelva/src/runtime/layout_convert.h"
 
@@ -28,24 +29,6 @@ uint32_t OutputSize(uint32_t size, uint32_t pad_before, uint32_t pad_after, uint
   ZV_ASSERT(padded >= span, "padded input of %llu along %c is smaller than the kernel span %llu.",
             static_cast<unsigned long long>(padded), axis, static_cast<unsigned long long>(span));
   return static_cast<uint32_t>((padded - span) / stride + 1);
-}
-
-// Copies [blocks, h, w, 8] into [blocks, h + t + b, w + l + r, 8] with zero margins.
-void PadBlocked8(const float* src, uint32_t blocks, uint32_t h, uint32_t w, uint32_t l, uint32_t r,
-                 uint32_t t, uint32_t b, float* dst) {
-  const size_t row = (static_cast<size_t>(l) + w + r) * 8;
-  for (uint32_t c = 0; c < blocks; ++c) {
-    const float* in = src + static_cast<size_t>(c) * h * w * 8;
-    float* out = dst + static_cast<size_t>(c) * (t + h + b) * row;
-    std::memset(out, 0, sizeof(float) * row * t);
-    out += row * t;
-    for (uint32_t y = 0; y < h; ++y, out += row, in += w * 8) {
-      std::memset(out, 0, sizeof(float) * l * 8);
-      std::memcpy(out + l * 8, in, sizeof(float) * w * 8);
-      std::memset(out + (l + w) * 8, 0, sizeof(float) * r * 8);
-    }
-    std::memset(out, 0, sizeof(float) * row * b);
-  }
 }
 
 }  // namespace
@@ -139,8 +122,8 @@ void RunRelayoutConv(const RelayoutConvCore& core, RelayoutConvState& state,
     PadPlanar(input.Data<float>(), channels, in.dims[1], in.dims[2], p.padding_l, p.padding_r, p.padding_t,
               p.padding_b, padded);
   } else {
-    PadBlocked8(input.Data<float>(), channels / lanes, in.dims[1], in.dims[2], p.padding_l, p.padding_r,
-                p.padding_t, p.padding_b, padded);
+    PadBlocked(input.Data<float>(), channels / lanes, in.dims[1], in.dims[2], lanes, p.padding_l, p.padding_r,
+               p.padding_t, p.padding_b, padded);
   }
   runtime::Tensor& output = *outputs[0];
   RelayoutConvArgs args;
