@@ -8,6 +8,7 @@
 #include "zelva/src/kernel/family/conv2d/members.h"
 #include "zelva/src/kernel/family/depthwise/members.h"
 #include "zelva/src/kernel/family/elementwise/members.h"
+#include "zelva/src/kernel/family/expand/members.h"
 #include "zelva/src/kernel/family/fullconnection/members.h"
 #include "zelva/src/kernel/family/input/members.h"
 #include "zelva/src/kernel/family/layout/members.h"
@@ -26,4 +27,5 @@
   ZV_RNN_MEMBERS(X)            \
   ZV_ACTIVATION_MEMBERS(X)     \
   ZV_ELEMENTWISE_MEMBERS(X)    \
-  ZV_PIXELSHUFFLE_MEMBERS(X)
+  ZV_PIXELSHUFFLE_MEMBERS(X)   \
+  ZV_EXPAND_MEMBERS(X)
