@@ -14,6 +14,7 @@
 #include "zelva/src/kernel/family/layout/members.h"
 #include "zelva/src/kernel/family/pixelshuffle/members.h"
 #include "zelva/src/kernel/family/rnn/members.h"
+#include "zelva/src/kernel/family/softargmax/members.h"
 #include "zelva/src/kernel/family/transform/members.h"
 
 #define ZV_ALL_MEMBERS(X)      \
@@ -28,4 +29,5 @@
   ZV_ACTIVATION_MEMBERS(X)     \
   ZV_ELEMENTWISE_MEMBERS(X)    \
   ZV_PIXELSHUFFLE_MEMBERS(X)   \
-  ZV_EXPAND_MEMBERS(X)
+  ZV_EXPAND_MEMBERS(X)         \
+  ZV_SOFTARGMAX_MEMBERS(X)
