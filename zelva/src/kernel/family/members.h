@@ -16,6 +16,7 @@
 #include "zelva/src/kernel/family/rnn/members.h"
 #include "zelva/src/kernel/family/softargmax/members.h"
 #include "zelva/src/kernel/family/transform/members.h"
+#include "zelva/src/kernel/family/warpaffine/members.h"
 
 #define ZV_ALL_MEMBERS(X)      \
   ZV_INPUT_MEMBERS(X)          \
@@ -30,4 +31,5 @@
   ZV_ELEMENTWISE_MEMBERS(X)    \
   ZV_PIXELSHUFFLE_MEMBERS(X)   \
   ZV_EXPAND_MEMBERS(X)         \
-  ZV_SOFTARGMAX_MEMBERS(X)
+  ZV_SOFTARGMAX_MEMBERS(X)     \
+  ZV_WARPAFFINE_MEMBERS(X)
