@@ -6,6 +6,7 @@
 #include "zelva/src/kernel/family/activation/members.h"
 #include "zelva/src/kernel/family/batchnorm/members.h"
 #include "zelva/src/kernel/family/conv2d/members.h"
+#include "zelva/src/kernel/family/conv2d_int16/members.h"
 #include "zelva/src/kernel/family/depthwise/members.h"
 #include "zelva/src/kernel/family/elementwise/members.h"
 #include "zelva/src/kernel/family/expand/members.h"
@@ -32,4 +33,5 @@
   ZV_PIXELSHUFFLE_MEMBERS(X)   \
   ZV_EXPAND_MEMBERS(X)         \
   ZV_SOFTARGMAX_MEMBERS(X)     \
-  ZV_WARPAFFINE_MEMBERS(X)
+  ZV_WARPAFFINE_MEMBERS(X)     \
+  ZV_CONV2D_INT16_MEMBERS(X)
