@@ -1,5 +1,6 @@
-// Planar cores of the pixel shuffle family (declared in family/pixelshuffle/cores.h): any factor r, one
-// output row a round, each read from its r columns' planes in turn.
+// Planar cores of the pixel shuffle family (declared in family/pixelshuffle/cores.h): any factor r, writing
+// the output in order. Up: each output row from the r planes of its row phase; down: each output plane
+// from every r-th row and column of its input plane.
 #include <cstddef>
 
 #include "zelva/src/kernel/family/pixelshuffle/cores.h"
@@ -27,16 +28,17 @@ void PixelShuffleUpPlanar(const PixelShuffleArgs& a) {
 }
 
 void PixelShuffleDownPlanar(const PixelShuffleArgs& a) {
-  const uint32_t r = a.factor, oh = a.height / r, ow = a.width / r;
-  const size_t out_plane = static_cast<size_t>(oh) * ow;
+  const uint32_t r = a.factor, w = a.width, oh = a.height / r, ow = w / r;
+  float* out = a.output;
   for (uint32_t c = 0; c < a.channels; ++c) {
-    const float* in = a.input + static_cast<size_t>(c) * a.height * a.width;
-    for (uint32_t y = 0; y < a.height; ++y) {
-      const uint32_t i = y % r;
-      for (uint32_t x = 0; x < a.width; ++x) {
-        const uint32_t j = x % r;
-        a.output[(static_cast<size_t>(c) * r * r + i * r + j) * out_plane + static_cast<size_t>(y / r) * ow +
-                 x / r] = in[static_cast<size_t>(y) * a.width + x];
+    const float* in = a.input + static_cast<size_t>(c) * a.height * w;
+    // Output plane c r^2 + i r + j: rows i, i + r, ... and columns j, j + r, ... of input plane c.
+    for (uint32_t i = 0; i < r; ++i) {
+      for (uint32_t j = 0; j < r; ++j) {
+        for (uint32_t y = 0; y < oh; ++y) {
+          const float* src = in + static_cast<size_t>(y * r + i) * w + j;
+          for (uint32_t x = 0; x < ow; ++x) *out++ = src[x * r];
+        }
       }
     }
   }
