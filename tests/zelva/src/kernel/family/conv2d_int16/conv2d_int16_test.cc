@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <fstream>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -135,9 +136,15 @@ TEST(Conv2dInt16Family, MemberMatchesTheReferenceOnRandomLayers) {
       for (const bool bias : {true, false}) {
         Layer l{s.in, s.out, s.h, s.w, s.ws, s.xs, bias, {}, {}, {}};
         l.weight = RandomFloats(static_cast<size_t>(s.in) * s.out, seed++, -1.0f, 1.0f);
-        for (float& v : l.weight) v = std::ldexp(v, 10 - s.ws);  // |quantised weights| <= 1024: sums fit int32
+        for (float& v : l.weight)
+          v = std::ldexp(v, 10 - s.ws);  // |quantised weights| <= 1024: sums fit int32
         l.bias_values = RandomFloats(s.out, seed++);
         l.input = RandomFloats(static_cast<size_t>(s.in) * s.h * s.w, seed++, -s.xscale, s.xscale);
+        // Values past the int16 range and not numbers saturate alike in the vector and scalar quantisers.
+        const float nan = std::numeric_limits<float>::quiet_NaN(),
+                    inf = std::numeric_limits<float>::infinity();
+        const float specials[] = {nan, inf, -inf, 1e30f, -1e30f, 0.0f, -0.0f};
+        for (size_t k = 0; k < 7 && k < l.input.size(); ++k) l.input[k * l.input.size() / 7] = specials[k];
         const std::string what = m.name + " " + std::to_string(s.in) + "->" + std::to_string(s.out) +
                                  " steps " + std::to_string(s.ws) + "/" + std::to_string(s.xs);
         ExpectAccuracy(RunMember(m, l), l.Reference(), m.accuracy, what);
