@@ -143,8 +143,8 @@ TEST(Conv2dInt16Family, MemberMatchesTheReferenceOnRandomLayers) {
         // Values past the int16 range and not numbers saturate alike in the vector and scalar quantisers.
         const float nan = std::numeric_limits<float>::quiet_NaN(),
                     inf = std::numeric_limits<float>::infinity();
-        const float specials[] = {nan, inf, -inf, 1e30f, -1e30f, 0.0f, -0.0f};
-        for (size_t k = 0; k < 7 && k < l.input.size(); ++k) l.input[k * l.input.size() / 7] = specials[k];
+        const float extremes[] = {nan, inf, -inf, 1e30f, -1e30f, 0.0f, -0.0f};
+        for (size_t k = 0; k < 7 && k < l.input.size(); ++k) l.input[k * l.input.size() / 7] = extremes[k];
         const std::string what = m.name + " " + std::to_string(s.in) + "->" + std::to_string(s.out) +
                                  " steps " + std::to_string(s.ws) + "/" + std::to_string(s.xs);
         ExpectAccuracy(RunMember(m, l), l.Reference(), m.accuracy, what);
