@@ -6,13 +6,18 @@
 #include "zelva/src/kernel/family/activation/members.h"
 #include "zelva/src/kernel/family/batchnorm/members.h"
 #include "zelva/src/kernel/family/conv2d/members.h"
+#include "zelva/src/kernel/family/conv2d_int16/members.h"
 #include "zelva/src/kernel/family/depthwise/members.h"
 #include "zelva/src/kernel/family/elementwise/members.h"
+#include "zelva/src/kernel/family/expand/members.h"
 #include "zelva/src/kernel/family/fullconnection/members.h"
 #include "zelva/src/kernel/family/input/members.h"
 #include "zelva/src/kernel/family/layout/members.h"
+#include "zelva/src/kernel/family/pixelshuffle/members.h"
 #include "zelva/src/kernel/family/rnn/members.h"
+#include "zelva/src/kernel/family/softargmax/members.h"
 #include "zelva/src/kernel/family/transform/members.h"
+#include "zelva/src/kernel/family/warpaffine/members.h"
 
 #define ZV_ALL_MEMBERS(X)      \
   ZV_INPUT_MEMBERS(X)          \
@@ -24,4 +29,9 @@
   ZV_FULLCONNECTION_MEMBERS(X) \
   ZV_RNN_MEMBERS(X)            \
   ZV_ACTIVATION_MEMBERS(X)     \
-  ZV_ELEMENTWISE_MEMBERS(X)
+  ZV_ELEMENTWISE_MEMBERS(X)    \
+  ZV_PIXELSHUFFLE_MEMBERS(X)   \
+  ZV_EXPAND_MEMBERS(X)         \
+  ZV_SOFTARGMAX_MEMBERS(X)     \
+  ZV_WARPAFFINE_MEMBERS(X)     \
+  ZV_CONV2D_INT16_MEMBERS(X)

@@ -14,6 +14,7 @@
 //   using State = ...;                            what the kernel keeps (param record, weights, scratch)
 //   static int32_t CheckSupport(info, param);      the member's rule, pure
 //   static void Configure(State&, info, context);  after an accepted CheckSupport; failures are assertions
+//                                                  (or Configure(State&, info, inference_param, context))
 //   static void Run(State&, inputs, outputs, context)            with kAllocates
 //   static void Forward(State&, inputs, outputs, context)        without
 //   optional: Accepts, Refused, OutputShapes (or OutputShape), CheckInputs, CheckOutputs, Precheck,
@@ -132,6 +133,17 @@ struct HasOutputShape<P, std::void_t<decltype(P::OutputShape(std::declval<const 
                                                              std::declval<const runtime::TensorShape&>()))>>
     : std::true_type {};
 
+// Whether a policy's Configure also takes the InferenceParam (the kernels that require one):
+//   static void Configure(State&, info, inference_param, context);
+template <class P, class = void>
+struct HasParamConfigure : std::false_type {};
+template <class P>
+struct HasParamConfigure<
+    P, std::void_t<decltype(P::Configure(
+           std::declval<typename P::State&>(), std::declval<std::shared_ptr<runtime::LayerInfo>>(),
+           std::declval<std::shared_ptr<runtime::InferenceParam>>(),
+           std::declval<std::shared_ptr<runtime::Context>>()))>> : std::true_type {};
+
 // For policies that keep nothing.
 struct NoState {};
 
@@ -160,7 +172,11 @@ class Kernel final : public runtime::IKernel {
       Policy::Refused(state_);
       return false;
     }
-    Policy::Configure(state_, layer_info, context);
+    if constexpr (HasParamConfigure<Policy>::value) {
+      Policy::Configure(state_, layer_info, inference_param, context);
+    } else {
+      Policy::Configure(state_, layer_info, context);
+    }
     configured = true;
     return true;
   }
