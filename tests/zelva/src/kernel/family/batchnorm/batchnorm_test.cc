@@ -62,9 +62,10 @@ struct Layer {
   }
 };
 
+// The kernels keep tensors of the context's device, so the context outlives every kernel that ran in it.
 std::vector<float> RunMember(runtime::IKernel& kernel, const std::shared_ptr<runtime::LayerInfo>& info,
                              const std::vector<uint32_t>& dims, const std::vector<float>& x) {
-  auto ctx = zvtest::MakeTestContext();
+  static const std::shared_ptr<runtime::Context> ctx = zvtest::MakeTestContext();
   const auto outputs = zvtest::RunKernel(kernel, info, {zvtest::MakeTensor(ctx, dims, Layout::CHW, x)}, ctx);
   if (outputs.size() != 1u) {
     ADD_FAILURE() << outputs.size() << " outputs";
