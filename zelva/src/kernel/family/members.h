@@ -5,6 +5,7 @@
 
 #include "zelva/src/kernel/family/activation/members.h"
 #include "zelva/src/kernel/family/batchnorm/members.h"
+#include "zelva/src/kernel/family/conv1d/members.h"
 #include "zelva/src/kernel/family/conv2d/members.h"
 #include "zelva/src/kernel/family/depthwise/members.h"
 #include "zelva/src/kernel/family/elementwise/members.h"
@@ -24,4 +25,5 @@
   ZV_FULLCONNECTION_MEMBERS(X) \
   ZV_RNN_MEMBERS(X)            \
   ZV_ACTIVATION_MEMBERS(X)     \
-  ZV_ELEMENTWISE_MEMBERS(X)
+  ZV_ELEMENTWISE_MEMBERS(X)    \
+  ZV_CONV1D_MEMBERS(X)
