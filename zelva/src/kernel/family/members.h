@@ -7,6 +7,7 @@
 #include "zelva/src/kernel/family/batchnorm/members.h"
 #include "zelva/src/kernel/family/conv1d/members.h"
 #include "zelva/src/kernel/family/conv2d/members.h"
+#include "zelva/src/kernel/family/convtranspose/members.h"
 #include "zelva/src/kernel/family/depthwise/members.h"
 #include "zelva/src/kernel/family/elementwise/members.h"
 #include "zelva/src/kernel/family/fullconnection/members.h"
@@ -26,4 +27,5 @@
   ZV_RNN_MEMBERS(X)            \
   ZV_ACTIVATION_MEMBERS(X)     \
   ZV_ELEMENTWISE_MEMBERS(X)    \
-  ZV_CONV1D_MEMBERS(X)
+  ZV_CONV1D_MEMBERS(X)         \
+  ZV_CONVTRANSPOSE_MEMBERS(X)
