@@ -15,6 +15,7 @@
 #include "zelva/src/kernel/family/layout/members.h"
 #include "zelva/src/kernel/family/rnn/members.h"
 #include "zelva/src/kernel/family/transform/members.h"
+#include "zelva/src/kernel/family/upsampling/members.h"
 
 #define ZV_ALL_MEMBERS(X)      \
   ZV_INPUT_MEMBERS(X)          \
@@ -28,4 +29,5 @@
   ZV_ACTIVATION_MEMBERS(X)     \
   ZV_ELEMENTWISE_MEMBERS(X)    \
   ZV_CONV1D_MEMBERS(X)         \
-  ZV_CONVTRANSPOSE_MEMBERS(X)
+  ZV_CONVTRANSPOSE_MEMBERS(X)  \
+  ZV_UPSAMPLING_MEMBERS(X)
