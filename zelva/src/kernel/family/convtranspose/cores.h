@@ -41,9 +41,10 @@ struct ConvTransposeCore {
 };
 
 // ---- Kernel 3x3, dilation 1, one group, any stride. Four (SSE) or eight (AVX) output channels a vector:
-// each output pixel accumulates one vector per block of output channels over the taps that land on it; a
-// planar output stores the lanes to their planes, a blocked output stores the vector. Planar and C4HW4 in SSE
-// (cpu/sse/convtranspose), C8HW8 in AVX (cpu/avx/convtranspose).
+// each output pixel accumulates one vector per block of output channels over the taps that land on it, four
+// blocks sharing each broadcast input value; a planar output stores the lanes to their planes, a blocked
+// output stores the vector. Planar and C4HW4 in SSE (cpu/sse/convtranspose), C8HW8 in AVX
+// (cpu/avx/convtranspose).
 void ConvTranspose3x3PlanarSse(const ConvTransposeArgs& args);
 void ConvTranspose3x3C4Sse(const ConvTransposeArgs& args);
 void ConvTranspose3x3C8Avx(const ConvTransposeArgs& args);

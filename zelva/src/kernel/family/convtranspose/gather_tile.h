@@ -2,7 +2,8 @@
 // set that includes it (V::kLanes floats; Load, Store, Add, Mul, Set1, Zero). Output channels go in blocks of
 // kLanes, one accumulator per block and output pixel; the taps that land on a pixel are found once per row
 // and once per column, and each is added in the reference's order (input channel, then row, then column), the
-// bias last. The weights are [blocks, in, 3, 3, kLanes], the bias padded to whole blocks.
+// bias last; an input value is broadcast once for up to four blocks. The weights are [blocks, in, 3, 3,
+// kLanes], the bias padded to whole blocks.
 #pragma once
 
 #include <algorithm>
@@ -34,43 +35,56 @@ inline Taps Landing(uint32_t o, int32_t pad, uint32_t stride, uint32_t size) {
   return t;
 }
 
+// One output pixel's blocks b .. b + NB - 1: NB accumulators, each input value broadcast once for all of
+// them.
+template <class V, bool kBlockedIn, bool kBlockedOut, uint32_t NB>
+void Pixel(const ConvTransposeArgs& a, const Taps& rows, const Taps& cols, uint32_t oy, uint32_t ox,
+           uint32_t b) {
+  constexpr uint32_t L = V::kLanes;
+  const size_t in_plane = static_cast<size_t>(a.in_h) * a.in_w,
+               out_plane = static_cast<size_t>(a.out_h) * a.out_w;
+  const size_t block_weights = static_cast<size_t>(a.in_channels) * 9 * L;
+  const float* wb = a.weight + b * block_weights;
+  typename V::T acc[NB];
+  for (uint32_t j = 0; j < NB; ++j) acc[j] = V::Zero();
+  for (uint32_t c = 0; c < a.in_channels; ++c) {
+    const float* in = kBlockedIn ? a.input + (c / L) * in_plane * L + c % L : a.input + c * in_plane;
+    for (uint32_t r = 0; r < rows.count; ++r) {
+      for (uint32_t q = 0; q < cols.count; ++q) {
+        const size_t at = static_cast<size_t>(rows.i[r]) * a.in_w + cols.i[q];
+        const typename V::T x = V::Set1(in[kBlockedIn ? at * L : at]);
+        const float* w = wb + ((c * 3 + rows.k[r]) * 3 + cols.k[q]) * L;
+        for (uint32_t j = 0; j < NB; ++j) acc[j] = V::Add(acc[j], V::Mul(x, V::Load(w + j * block_weights)));
+      }
+    }
+  }
+  const size_t pixel = static_cast<size_t>(oy) * a.out_w + ox;
+  for (uint32_t j = 0; j < NB; ++j) {
+    if (a.bias != nullptr) acc[j] = V::Add(acc[j], V::Load(a.bias + (b + j) * L));
+    if (kBlockedOut) {
+      V::Store(a.output + ((b + j) * out_plane + pixel) * L, acc[j]);
+    } else {
+      float lanes[L];
+      V::Store(lanes, acc[j]);
+      const uint32_t first = (b + j) * L, valid = std::min(L, a.out_channels - first);
+      for (uint32_t l = 0; l < valid; ++l) a.output[(first + l) * out_plane + pixel] = lanes[l];
+    }
+  }
+}
+
 // kBlockedIn: the input is [in / kLanes, H, W, kLanes], else [in, H, W]; kBlockedOut likewise for the output.
+// Blocks go four at a time, the rest one at a time.
 template <class V, bool kBlockedIn, bool kBlockedOut>
 void Gather3x3(const ConvTransposeArgs& a) {
   constexpr uint32_t L = V::kLanes;
   const uint32_t blocks = (a.out_channels + L - 1) / L;
-  const size_t in_plane = static_cast<size_t>(a.in_h) * a.in_w,
-               out_plane = static_cast<size_t>(a.out_h) * a.out_w;
-  auto input_at = [&](uint32_t c, uint32_t y, uint32_t x) {
-    if (kBlockedIn) return a.input[((c / L) * in_plane + static_cast<size_t>(y) * a.in_w + x) * L + c % L];
-    return a.input[c * in_plane + static_cast<size_t>(y) * a.in_w + x];
-  };
   for (uint32_t oy = 0; oy < a.out_h; ++oy) {
     const Taps rows = Landing(oy, a.padding_t, a.stride_y, a.in_h);
     for (uint32_t ox = 0; ox < a.out_w; ++ox) {
       const Taps cols = Landing(ox, a.padding_l, a.stride_x, a.in_w);
-      for (uint32_t b = 0; b < blocks; ++b) {
-        typename V::T acc = V::Zero();
-        const float* wb = a.weight + static_cast<size_t>(b) * a.in_channels * 9 * L;
-        for (uint32_t c = 0; c < a.in_channels; ++c) {
-          for (uint32_t r = 0; r < rows.count; ++r) {
-            for (uint32_t q = 0; q < cols.count; ++q) {
-              const typename V::T x = V::Set1(input_at(c, rows.i[r], cols.i[q]));
-              acc = V::Add(acc, V::Mul(x, V::Load(wb + ((c * 3 + rows.k[r]) * 3 + cols.k[q]) * L)));
-            }
-          }
-        }
-        if (a.bias != nullptr) acc = V::Add(acc, V::Load(a.bias + b * L));
-        const size_t pixel = static_cast<size_t>(oy) * a.out_w + ox;
-        if (kBlockedOut) {
-          V::Store(a.output + (b * out_plane + pixel) * L, acc);
-        } else {
-          float lanes[L];
-          V::Store(lanes, acc);
-          const uint32_t valid = std::min(L, a.out_channels - b * L);
-          for (uint32_t l = 0; l < valid; ++l) a.output[(b * L + l) * out_plane + pixel] = lanes[l];
-        }
-      }
+      uint32_t b = 0;
+      for (; b + 4 <= blocks; b += 4) Pixel<V, kBlockedIn, kBlockedOut, 4>(a, rows, cols, oy, ox, b);
+      for (; b < blocks; ++b) Pixel<V, kBlockedIn, kBlockedOut, 1>(a, rows, cols, oy, ox, b);
     }
   }
 }
