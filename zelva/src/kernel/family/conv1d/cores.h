@@ -4,10 +4,10 @@
 // Convention (every member): nn.Conv1d on the CL layout [channels, length]. The frame copies the input with
 // padding_f zeros in front and padding_b zeros behind each channel; then for every output channel o and
 // position x
-//   out[o][x] = bias[o] (or 0.0), then + in[i][x * stride + k * dilation] * weight[o][i - g *
-//   in_per_group][k]
-// for the input channels i of o's group in order and, within each, the taps k in order; separate multiply
-// and add. out_len = (length + padding_f + padding_b - (dilation * (kernel - 1) + 1)) / stride + 1. Weights
+//   out[o][x] = bias[o] (or 0.0), then + in[i][x * stride + k * dilation] * weight[o][i'][k]
+// for the input channels i of o's group (i' its place in the group) in order and, within each, the taps k
+// in order; separate multiply and add.
+// out_len = (length + padding_f + padding_b - (dilation * (kernel - 1) + 1)) / stride + 1. Weights
 // arrive as [out, in / groups, kernel] and are kept so; the bias as [out].
 #pragma once
 

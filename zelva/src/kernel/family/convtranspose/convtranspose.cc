@@ -113,6 +113,9 @@ runtime::TensorShape ConvTransposeOutputShape(const ConvTranspose2dParam& p, uin
       OutputSize(input.dims[1], p.stride_y, p.dilation_y, p.kernel_y, p.padding_t, p.padding_b, 'y');
   const uint32_t out_w =
       OutputSize(input.dims[2], p.stride_x, p.dilation_x, p.kernel_x, p.padding_l, p.padding_r, 'x');
+  const uint64_t values = static_cast<uint64_t>(p.out_channels) * out_h * out_w;
+  ZV_ASSERT(values < (1ull << 29), "transposed convolution output of %llu values is too large.",
+            static_cast<unsigned long long>(values));
   std::vector<uint32_t> dims = {p.out_channels, out_h, out_w};
   if (lanes != 1) dims = {p.out_channels / lanes, out_h, out_w, lanes};
   return runtime::TensorShape(std::move(dims), input.data_type, layout, input.location, input.extra);

@@ -9,8 +9,8 @@
 //                 weights repacked into [ceil(out / lanes), in, K, K, lanes] and the bias padded with zeros
 //                 to whole blocks; weight texts shorter than the layer's fields ask for are reported.
 //   OutputShape   [out, out_h, out_w] in CHW, or [out / lanes, out_h, out_w, lanes] in the member's blocked
-//                 layout, with the data type, location and extra of the input; a crop that leaves no output
-//                 is reported.
+//                 layout, with the data type, location and extra of the input; a crop that leaves no output,
+//                 and an output of 2^29 values or more, are reported.
 //   CheckInputs   one FLOAT32 tensor in main memory in the member's layout with in_channels channels;
 //                 CheckOutputs one FLOAT32 tensor in main memory in the member's layout.
 #pragma once

@@ -87,6 +87,9 @@ runtime::TensorShape UpsampleOutputShape(const UpsampleState& state, uint32_t la
   Axes(state, input.dims[1], input.dims[2], &y, &x);
   ZV_ASSERT(input.dims[1] != 0 && input.dims[2] != 0 && y.out != 0 && x.out != 0,
             "upsampling of %u x %u to %u x %u.", input.dims[1], input.dims[2], y.out, x.out);
+  const uint64_t values = static_cast<uint64_t>(input.dims[0]) * lanes * y.out * x.out;
+  ZV_ASSERT(values < (1ull << 29), "upsampling output of %llu values is too large.",
+            static_cast<unsigned long long>(values));
   std::vector<uint32_t> dims = {input.dims[0], y.out, x.out};
   if (lanes != 1) dims.push_back(lanes);
   return runtime::TensorShape(std::move(dims), input.data_type, layout, input.location, input.extra);

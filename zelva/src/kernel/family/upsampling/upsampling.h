@@ -6,8 +6,8 @@
 //                 implement (the Fallback member: "Nearest", "Bilinear" and "Bicubic"; a Nearest or Bilinear
 //                 member: its own); -1 unless each axis has a positive size or a positive factor.
 //   OutputShape   [C, out_h, out_w] in CHW or [C / lanes, out_h, out_w, lanes] in the member's blocked
-//   layout,
-//                 with the data type, location and extra of the input; a size of 0 is reported.
+//                 layout, with the data type, location and extra of the input; a size of 0, and an output of
+//                 2^29 values or more, are reported.
 //   CheckInputs   one FLOAT32 tensor in main memory in the member's layout; CheckOutputs the same.
 //   Run           the taps of every output row and column (recomputed when the input size changes, kept
 //                 otherwise) and the core's scratch, then the core; the Fallback member runs the reference.

@@ -258,6 +258,11 @@ TEST(ConvTransposeFamily, RefusalsAndReportedMisuse) {
     auto small = m.make();
     ASSERT_TRUE(small->Config(cropped, nullptr, nullptr, ctx));
     EXPECT_THROW(small->Forward({input(base.in, m.rule->layout)}, outputs, ctx), std::runtime_error);
+    auto extended = base.Info();  // zeros on every side past what a tensor's 32-bit byte count holds
+    extended->padding_l = extended->padding_r = extended->padding_t = extended->padding_b = -30000;
+    auto large = m.make();
+    ASSERT_TRUE(large->Config(extended, nullptr, nullptr, ctx));
+    EXPECT_THROW(large->Forward({input(base.in, m.rule->layout)}, outputs, ctx), std::runtime_error);
     auto shorter = base.Info();
     shorter->weight = WeightText(std::vector<float>(base.weight.size() - 1, 0.0f));
     EXPECT_THROW(m.make()->Config(shorter, nullptr, nullptr, ctx), std::runtime_error);

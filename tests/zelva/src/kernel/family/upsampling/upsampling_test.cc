@@ -245,6 +245,11 @@ TEST(UpsamplingFamily, RefusalsAndReportedMisuse) {
     auto small = m.make();
     ASSERT_TRUE(small->Config(shrink, nullptr, nullptr, ctx));
     EXPECT_THROW(small->Forward({tensor(m.rule->layout)}, outputs, ctx), std::runtime_error);
+    auto huge = base.Info();  // sizes whose output would not fit a tensor's 32-bit byte count
+    huge->scale_height = huge->scale_width = 60000.0f;
+    auto large = m.make();
+    ASSERT_TRUE(large->Config(huge, nullptr, nullptr, ctx));
+    EXPECT_THROW(large->Forward({tensor(m.rule->layout)}, outputs, ctx), std::runtime_error);
   }
 }
 
