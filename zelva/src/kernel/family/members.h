@@ -5,8 +5,10 @@
 
 #include "zelva/src/kernel/family/activation/members.h"
 #include "zelva/src/kernel/family/batchnorm/members.h"
+#include "zelva/src/kernel/family/conv1d/members.h"
 #include "zelva/src/kernel/family/conv2d/members.h"
 #include "zelva/src/kernel/family/conv2d_int16/members.h"
+#include "zelva/src/kernel/family/convtranspose/members.h"
 #include "zelva/src/kernel/family/depthwise/members.h"
 #include "zelva/src/kernel/family/elementwise/members.h"
 #include "zelva/src/kernel/family/expand/members.h"
@@ -17,6 +19,7 @@
 #include "zelva/src/kernel/family/rnn/members.h"
 #include "zelva/src/kernel/family/softargmax/members.h"
 #include "zelva/src/kernel/family/transform/members.h"
+#include "zelva/src/kernel/family/upsampling/members.h"
 #include "zelva/src/kernel/family/warpaffine/members.h"
 
 #define ZV_ALL_MEMBERS(X)      \
@@ -34,4 +37,7 @@
   ZV_EXPAND_MEMBERS(X)         \
   ZV_SOFTARGMAX_MEMBERS(X)     \
   ZV_WARPAFFINE_MEMBERS(X)     \
-  ZV_CONV2D_INT16_MEMBERS(X)
+  ZV_CONV2D_INT16_MEMBERS(X)   \
+  ZV_CONV1D_MEMBERS(X)         \
+  ZV_CONVTRANSPOSE_MEMBERS(X)  \
+  ZV_UPSAMPLING_MEMBERS(X)

@@ -1,0 +1,286 @@
+// The upsampling family: every row of its list against the plain reference on random layers in the modes it
+// implements (integer, fractional and per-axis factors, output sizes, align_corner both ways, odd sizes and
+// widths around the vector widths), the reference and every row against torch.nn.functional.interpolate
+// (tests/data/upsampling_fixture.txt, tools/gen_upsampling_fixture.py), and the refusals: modes a row does
+// not implement, a mode code without a name, an axis with neither a size nor a positive factor. Blocked rows
+// get their input blocked and their output unblocked by the layout family's element rule.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+#include <functional>
+#include <set>
+
+#include "support/kernel_tester.h"
+#include "support/log_capture.h"
+#include "zelva/src/kernel/family/layout/reference.h"
+#include "zelva/src/kernel/family/upsampling/members.h"
+#include "zelva/src/kernel/registry/registry.h"
+#include "zelva/src/runtime/net_constructor.h"
+
+namespace zvtest {
+namespace {
+
+using namespace zelva;
+using kernel::UpsampleModes;
+using kernel::UpsampleRule;
+
+struct Member {
+  std::string name;
+  kernel::Isa isa;
+  kernel::Accuracy accuracy;
+  const UpsampleRule* rule;
+  std::function<std::shared_ptr<runtime::IKernel>()> make;
+  uint32_t Lanes() const {
+    return rule->layout == runtime::Layout::C4HW4 ? 4u : rule->layout == runtime::Layout::C8HW8 ? 8u : 1u;
+  }
+  std::vector<uint16_t> Modes() const {
+    return rule->modes == UpsampleModes::kAll       ? std::vector<uint16_t>{0, 1, 2}
+           : rule->modes == UpsampleModes::kNearest ? std::vector<uint16_t>{0}
+                                                    : std::vector<uint16_t>{1};
+  }
+};
+
+std::vector<Member> Members() {
+  std::vector<Member> members;
+#define ZV_TEST_ROW(group, isa, cls, accuracy, ...)                                 \
+  members.push_back({#cls, kernel::Isa::isa, kernel::accuracy, &kernel::cls##_rule, \
+                     [] { return std::shared_ptr<runtime::IKernel>(new kernel::cls()); }});
+  ZV_UPSAMPLING_MEMBERS(ZV_TEST_ROW)
+#undef ZV_TEST_ROW
+  return members;
+}
+
+struct Layer {
+  uint32_t c = 1, h = 1, w = 1;
+  uint16_t mode = 0;
+  bool align = false;
+  float fy = 2.0f, fx = 2.0f, size_h = 0.0f, size_w = 0.0f;
+  std::vector<float> input;
+
+  bool Aligned() const { return align && mode != 0; }
+  kernel::UpsampleAxis Y() const { return kernel::MakeUpsampleAxis(h, fy, size_h, Aligned()); }
+  kernel::UpsampleAxis X() const { return kernel::MakeUpsampleAxis(w, fx, size_w, Aligned()); }
+  std::shared_ptr<runtime::Upsample2dInfo> Info() const {
+    auto i = std::make_shared<runtime::Upsample2dInfo>();
+    i->id = "up";
+    i->unsample_type = mode;
+    i->align_corner = align;
+    i->scale_factor_y = fy;
+    i->scale_factor_x = fx;
+    i->scale_height = size_h;
+    i->scale_width = size_w;
+    return i;
+  }
+  std::string Describe() const {
+    char text[160];
+    std::snprintf(text, sizeof(text), "c %u %ux%u mode %u%s factors %g,%g sizes %g,%g", c, h, w, mode,
+                  align ? " align" : "", fy, fx, size_h, size_w);
+    return text;
+  }
+};
+
+std::vector<float> Reference(const Layer& l) {
+  const kernel::UpsampleAxis y = l.Y(), x = l.X();
+  std::vector<float> out(static_cast<size_t>(l.c) * y.out * x.out);
+  kernel::UpsampleReference(l.input.data(), out.data(), l.c, y, x, static_cast<kernel::UpsampleMode>(l.mode),
+                            l.Aligned());
+  return out;
+}
+
+std::vector<float> RunMember(const Member& m, const Layer& l) {
+  const uint32_t lanes = m.Lanes(), pixels = l.h * l.w, out_h = l.Y().out, out_w = l.X().out;
+  const uint32_t out_pixels = out_h * out_w;
+  std::vector<float> input = l.input;
+  std::vector<uint32_t> dims = {l.c, l.h, l.w};
+  if (lanes != 1) {
+    kernel::RelayoutReference(l.input.data(), 1, pixels, input.data(), lanes, pixels * lanes, l.c, pixels);
+    dims = {l.c / lanes, l.h, l.w, lanes};
+  }
+  auto ctx = MakeTestContext();
+  auto kernel = m.make();
+  auto outputs = RunKernel(*kernel, l.Info(), {MakeTensor(ctx, dims, m.rule->layout, input)}, ctx);
+  if (outputs.size() != 1) return {};
+  std::vector<uint32_t> want_dims = {dims[0], out_h, out_w};
+  if (lanes != 1) want_dims.push_back(lanes);
+  EXPECT_EQ(outputs[0]->shape.dims, want_dims) << m.name;
+  std::vector<float> got = Values(outputs[0]);
+  if (lanes != 1) {
+    kernel::RelayoutReference(outputs[0]->Data<float>(), lanes, out_pixels * lanes, got.data(), 1, out_pixels,
+                              l.c, out_pixels);
+  }
+  return got;
+}
+
+TEST(UpsamplingFamily, EveryMemberMatchesTheReferenceOnRandomLayers) {
+  std::mt19937 rng(29);
+  const float factors[] = {1.0f, 2.0f, 3.0f, 1.5f, 2.5f, 0.5f};
+  for (const Member& m : Members()) {
+    if (!CanRun(m.isa)) {
+      GTEST_LOG_(INFO) << "skipping " << m.name << ": this processor lacks its instruction set";
+      continue;
+    }
+    int round = 0;
+    for (const uint16_t mode : m.Modes()) {
+      for (const uint32_t w : {1u, 3u, 4u, 7u, 9u}) {
+        for (const bool align : {false, true}) {
+          Layer l;
+          l.mode = mode;
+          l.align = align;
+          l.c = m.Lanes() * (1 + rng() % 3) + (m.Lanes() == 1 ? rng() % 3 : 0);
+          l.h = 1 + rng() % 6;
+          l.w = w;
+          l.fy = factors[rng() % 6];
+          l.fx = factors[rng() % 6];
+          if (round++ % 4 == 3) {  // the size given instead of the factors
+            l.size_h = static_cast<float>(1 + rng() % 12);
+            l.size_w = static_cast<float>(1 + rng() % 20);
+          }
+          if (l.Y().out == 0) l.fy = 2.0f;
+          if (l.X().out == 0) l.fx = 2.0f;
+          l.input = RandomFloats(static_cast<size_t>(l.c) * l.h * l.w, rng());
+          const std::string what = m.name + " " + l.Describe();
+          ASSERT_EQ(m.make()->CheckSupport(l.Info(), nullptr), 0) << what;
+          ExpectAccuracy(RunMember(m, l), Reference(l), m.accuracy, what);
+          if (::testing::Test::HasFailure()) return;
+        }
+      }
+    }
+  }
+}
+
+TEST(UpsamplingFamily, ReferenceAndMembersMatchTorchFixtures) {
+  std::ifstream file(std::string(ZELVA_TEST_DATA_DIR) + "/upsampling_fixture.txt");
+  ASSERT_TRUE(file.good());
+  const std::vector<float> count = ReadFixtureRow(file);
+  ASSERT_EQ(count.size(), 1u);
+  std::set<std::string> ran;
+  for (int c = 0; c < static_cast<int>(count[0]); ++c) {
+    std::string name;
+    std::getline(file, name);
+    const std::vector<float> f = ReadFixtureRow(file);
+    ASSERT_EQ(f.size(), 9u) << name;
+    Layer l;
+    l.c = static_cast<uint32_t>(f[0]);
+    l.h = static_cast<uint32_t>(f[1]);
+    l.w = static_cast<uint32_t>(f[2]);
+    l.mode = static_cast<uint16_t>(f[3]);
+    l.align = f[4] != 0.0f;
+    l.fy = f[5];
+    l.fx = f[6];
+    l.size_h = f[7];
+    l.size_w = f[8];
+    l.input = ReadFixtureRow(file);
+    const std::vector<float> torch = ReadFixtureRow(file);
+    const std::vector<float> want = Reference(l);
+    ExpectAccuracy(want, torch, kernel::Within(2e-6f, 2e-6f), name + " by the reference");
+    for (const Member& m : Members()) {
+      if (!CanRun(m.isa) || l.c % m.Lanes() != 0 || m.make()->CheckSupport(l.Info(), nullptr) != 0) continue;
+      ExpectAccuracy(RunMember(m, l), want, m.accuracy, name + " by " + m.name);
+      ran.insert(m.name);
+    }
+  }
+  for (const Member& m : Members()) {
+    if (CanRun(m.isa)) {
+      EXPECT_EQ(ran.count(m.name), 1u) << m.name << " ran no fixture case";
+    }
+  }
+}
+
+TEST(UpsamplingFamily, RefusalsAndReportedMisuse) {
+  auto ctx = MakeTestContext();
+  for (const Member& m : Members()) {
+    SCOPED_TRACE(m.name);
+    Layer base;
+    base.mode = m.Modes()[0];
+    auto kernel = m.make();
+    EXPECT_EQ(kernel->GetName(), m.name);
+    ExpectCommonRefusals(*kernel, base.Info(), std::make_shared<runtime::Conv2dInfo>(), ctx);
+    auto refused = [&](const char* what, const std::function<void(runtime::Upsample2dInfo&)>& change) {
+      auto info = base.Info();
+      change(*info);
+      EXPECT_EQ(kernel->CheckSupport(info, nullptr), -1) << what;
+      EXPECT_FALSE(kernel->Config(info, nullptr, nullptr, ctx)) << what;
+      EXPECT_FALSE(kernel->IsConfigured()) << what;
+    };
+    for (uint16_t mode = 0; mode < 3; ++mode) {
+      const auto modes = m.Modes();
+      if (std::find(modes.begin(), modes.end(), mode) == modes.end())
+        refused("a mode it does not implement",
+                [mode](runtime::Upsample2dInfo& i) { i.unsample_type = mode; });
+    }
+    {
+      LogCapture capture;
+      refused("mode code 3", [](runtime::Upsample2dInfo& i) { i.unsample_type = 3; });
+      EXPECT_NE(capture.Last().find("Invalid upsample2d type"), std::string::npos) << capture.Last();
+    }
+    refused("factor 0", [](runtime::Upsample2dInfo& i) { i.scale_factor_x = 0.0f; });
+    refused("negative factor", [](runtime::Upsample2dInfo& i) { i.scale_factor_y = -2.0f; });
+    refused("factor NaN", [](runtime::Upsample2dInfo& i) { i.scale_factor_y = std::nanf(""); });
+    auto sized = base.Info();  // a size stands in for its axis's factor
+    sized->scale_factor_y = sized->scale_factor_x = 0.0f;
+    sized->scale_height = 5.0f;
+    sized->scale_width = 3.0f;
+    EXPECT_EQ(kernel->CheckSupport(sized, nullptr), 0);
+
+    ASSERT_TRUE(kernel->Config(base.Info(), nullptr, nullptr, ctx));
+    const uint32_t lanes = m.Lanes();
+    auto tensor = [&](uint32_t layout, uint32_t last = 0) {
+      return lanes == 1 ? MakeTensor(ctx, {2, 3, 3}, layout)
+                        : MakeTensor(ctx, {2, 3, 3, last ? last : lanes}, layout);
+    };
+    EXPECT_EQ(kernel->CheckInputs({tensor(m.rule->layout)}), 0);
+    EXPECT_EQ(kernel->CheckInputs({tensor(runtime::Layout::HWC)}), -2);
+    EXPECT_EQ(kernel->CheckInputs({tensor(m.rule->layout), tensor(m.rule->layout)}), -2);
+    if (lanes != 1) {
+      EXPECT_EQ(kernel->CheckInputs({tensor(m.rule->layout, 12 - lanes)}), -2);
+    }
+    EXPECT_EQ(kernel->CheckOutputs({tensor(runtime::Layout::HWC)}), -2);
+    runtime::TensorList outputs;
+    EXPECT_THROW(kernel->Forward({tensor(runtime::Layout::HWC)}, outputs, ctx), std::runtime_error);
+    EXPECT_THROW(m.make()->Forward({tensor(m.rule->layout)}, outputs, ctx),
+                 std::runtime_error);  // not configured
+    auto shrink = base.Info();         // a factor that leaves nothing of a 3 x 3 input
+    shrink->scale_factor_x = 0.25f;
+    auto small = m.make();
+    ASSERT_TRUE(small->Config(shrink, nullptr, nullptr, ctx));
+    EXPECT_THROW(small->Forward({tensor(m.rule->layout)}, outputs, ctx), std::runtime_error);
+    auto huge = base.Info();  // sizes whose output would not fit a tensor's 32-bit byte count
+    huge->scale_height = huge->scale_width = 60000.0f;
+    auto large = m.make();
+    ASSERT_TRUE(large->Config(huge, nullptr, nullptr, ctx));
+    EXPECT_THROW(large->Forward({tensor(m.rule->layout)}, outputs, ctx), std::runtime_error);
+  }
+}
+
+// As the net loads it: a member given a mode it does not implement fails the load with its name in the Error
+// line; a mode code without a name says so first.
+TEST(UpsamplingFamily, LoadFailsWithTheKernelsNameAndTheReason) {
+  kernel::KernelRegistry registry;
+  kernel::RegisterFallbackKernels(registry);
+  kernel::RegisterSSEKernels(registry);
+  auto ctx = MakeTestContext();
+  auto cfg = std::make_shared<runtime::KernelCfg>();
+  LogCapture capture;
+  Layer bicubic;
+  bicubic.mode = 2;
+  cfg->kernel_type = "Upsampling2D_Bilinear_SSE_CHW_Float_M1";
+  EXPECT_EQ(runtime::CreateKernel(cfg, bicubic.Info(), registry, nullptr, ctx), nullptr);
+  EXPECT_TRUE(
+      IsErrorLine(capture.Last(), "zelva::runtime::CreateKernel",
+                  "Config Kernel <Upsampling2D_Bilinear_SSE_CHW_Float_M1> failed. In KERNEL REGISTRY"))
+      << capture.Last();
+  capture.Clear();
+  Layer unknown;
+  unknown.mode = 9;
+  cfg->kernel_type = "Upsampling2D_Fallback_CHW_Float_M1";
+  EXPECT_EQ(runtime::CreateKernel(cfg, unknown.Info(), registry, nullptr, ctx), nullptr);
+  ASSERT_GE(capture.lines().size(), 2u);
+  EXPECT_NE(capture.lines()[0].find("Invalid upsample2d type"), std::string::npos) << capture.lines()[0];
+  EXPECT_TRUE(IsErrorLine(capture.Last(), "zelva::runtime::CreateKernel",
+                          "Config Kernel <Upsampling2D_Fallback_CHW_Float_M1> failed. In KERNEL REGISTRY"))
+      << capture.Last();
+}
+
+}  // namespace
+}  // namespace zvtest

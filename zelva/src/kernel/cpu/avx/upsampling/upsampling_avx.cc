@@ -1,0 +1,51 @@
+// The AVX cores of the upsampling family (declared in family/upsampling/cores.h): the loop nests of
+// upsample_tile.h over eight-lane vectors, separate multiply and add (no fused multiply-add).
+#include <immintrin.h>
+
+#include "zelva/src/kernel/family/upsampling/upsample_tile.h"
+
+namespace zelva {
+namespace kernel {
+
+namespace {
+
+struct Avx {
+  static constexpr uint32_t kLanes = 8;
+  using T = __m256;
+  static T Load(const float* p) { return _mm256_loadu_ps(p); }
+  static void Store(float* p, T v) { _mm256_storeu_ps(p, v); }
+  static T Add(T a, T b) { return _mm256_add_ps(a, b); }
+  static T Mul(T a, T b) { return _mm256_mul_ps(a, b); }
+  static T Set1(float x) { return _mm256_set1_ps(x); }
+  static T Gather(const float* row, const uint32_t* i) {
+    return _mm256_setr_ps(row[i[0]], row[i[1]], row[i[2]], row[i[3]], row[i[4]], row[i[5]], row[i[6]],
+                          row[i[7]]);
+  }
+};
+
+}  // namespace
+
+void UpsampleBilinearPlanarDirectAvx(const UpsampleArgs& args) {
+  upsample_tile::PlanarDirect<Avx>(args);
+}
+void UpsampleBilinearPlanarRowsAvx(const UpsampleArgs& args) {
+  upsample_tile::PlanarRows<Avx>(args);
+}
+void UpsampleBilinearPlanarPlaneAvx(const UpsampleArgs& args) {
+  upsample_tile::PlanarPlane<Avx>(args);
+}
+void UpsampleBilinearC8DirectAvx(const UpsampleArgs& args) {
+  upsample_tile::BlockedDirect<Avx>(args);
+}
+void UpsampleBilinearC8RowsAvx(const UpsampleArgs& args) {
+  upsample_tile::BlockedRows<Avx>(args);
+}
+void UpsampleBilinearC8PlaneAvx(const UpsampleArgs& args) {
+  upsample_tile::BlockedPlane<Avx>(args);
+}
+void UpsampleNearestC8Avx(const UpsampleArgs& args) {
+  upsample_tile::BlockedNearest<Avx>(args);
+}
+
+}  // namespace kernel
+}  // namespace zelva
