@@ -11,6 +11,7 @@
 #include "zelva/src/kernel/family/fullconnection/members.h"
 #include "zelva/src/kernel/family/input/members.h"
 #include "zelva/src/kernel/family/layout/members.h"
+#include "zelva/src/kernel/family/pooling/members.h"
 #include "zelva/src/kernel/family/rnn/members.h"
 #include "zelva/src/kernel/family/transform/members.h"
 
@@ -24,4 +25,5 @@
   ZV_FULLCONNECTION_MEMBERS(X) \
   ZV_RNN_MEMBERS(X)            \
   ZV_ACTIVATION_MEMBERS(X)     \
-  ZV_ELEMENTWISE_MEMBERS(X)
+  ZV_ELEMENTWISE_MEMBERS(X)    \
+  ZV_POOLING_MEMBERS(X)
