@@ -5,6 +5,7 @@
 
 #include "zelva/src/kernel/family/activation/members.h"
 #include "zelva/src/kernel/family/batchnorm/members.h"
+#include "zelva/src/kernel/family/concatenate/members.h"
 #include "zelva/src/kernel/family/conv2d/members.h"
 #include "zelva/src/kernel/family/depthwise/members.h"
 #include "zelva/src/kernel/family/elementwise/members.h"
@@ -26,4 +27,5 @@
   ZV_RNN_MEMBERS(X)            \
   ZV_ACTIVATION_MEMBERS(X)     \
   ZV_ELEMENTWISE_MEMBERS(X)    \
-  ZV_POOLING_MEMBERS(X)
+  ZV_POOLING_MEMBERS(X)        \
+  ZV_CONCATENATE_MEMBERS(X)
