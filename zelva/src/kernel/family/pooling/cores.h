@@ -3,11 +3,11 @@
 // family reference itself (reference.h). Members that differ only in window or stride share one core per
 // instruction set and layout, a template on both.
 //
-// Every core computes what the reference computes, bit for bit: an average adds the taps of its window to a
-// sum that starts at 0.0, row by row and left to right, and divides the sum by the number of taps it
-// counts; a maximum starts at the first tap and keeps a later tap only when it is greater. Vector lanes are
-// channels (blocked layouts) or neighbouring output columns (planar layout); neither changes the order of
-// any one output's sum.
+// Every core but the two-pass ones below computes what the reference computes, bit for bit: an average adds
+// the taps of its window to a sum that starts at 0.0, row by row and left to right, and divides the sum by
+// the number of taps it counts; a maximum starts at the first tap and keeps a later tap only when it is
+// greater. Vector lanes are channels (blocked layouts) or neighbouring output columns (planar layout);
+// neither changes the order of any one output's sum.
 #pragma once
 
 #include <cstdint>
@@ -57,31 +57,39 @@ void MaxPoolChwSse(const PoolArgs& args);
 // ---- Blocked, one pixel (the lanes of a block) a vector: C4HW4 in SSE, C8HW8 in AVX (cpu/avx/pooling).
 template <int KY, int KX, int SY, int SX>
 void AvgPoolC4Sse(const PoolArgs& args);
+// ---- Stride 1 averages in two passes (they want `work`): per output row the column sums of its KY input
+// rows into `work`, then per output the KX column sums, divided; KY + KX additions an output instead of
+// KY x KX. The same sum in another order, so these differ from the reference in rounding alone (their rows
+// in members.h give the bound): planar SSE (four columns a vector) and C8HW8 AVX.
+template <int KY, int KX>
+void AvgPoolChwSseSeparable(const PoolArgs& args);
 template <int KY, int KX, int SY, int SX>
 void AvgPoolC8Avx(const PoolArgs& args);
 template <int KY, int KX, int SY, int SX>
 void MaxPoolC8Avx(const PoolArgs& args);
+template <int KY, int KX>
+void AvgPoolC8AvxSeparable(const PoolArgs& args);
 
 #define ZV_POOL_EXTERN(core, ky, kx, sy, sx) extern template void core<ky, kx, sy, sx>(const PoolArgs&);
 ZV_POOL_EXTERN(AvgPoolChwSse, 2, 2, 2, 2)
 ZV_POOL_EXTERN(AvgPoolChwSse, 3, 3, 2, 2)
 ZV_POOL_EXTERN(AvgPoolChwSse, 4, 4, 4, 4)
-ZV_POOL_EXTERN(AvgPoolChwSse, 7, 7, 1, 1)
 ZV_POOL_EXTERN(MaxPoolChwSse, 2, 2, 2, 2)
 ZV_POOL_EXTERN(MaxPoolChwSse, 3, 3, 2, 2)
 ZV_POOL_EXTERN(AvgPoolC4Sse, 4, 4, 4, 4)
 ZV_POOL_EXTERN(AvgPoolC8Avx, 2, 2, 2, 2)
 ZV_POOL_EXTERN(AvgPoolC8Avx, 3, 3, 2, 2)
 ZV_POOL_EXTERN(AvgPoolC8Avx, 4, 4, 4, 4)
-ZV_POOL_EXTERN(AvgPoolC8Avx, 4, 4, 1, 1)
-ZV_POOL_EXTERN(AvgPoolC8Avx, 7, 7, 1, 1)
-ZV_POOL_EXTERN(AvgPoolC8Avx, 8, 8, 1, 1)
 ZV_POOL_EXTERN(AvgPoolC8Avx, 3, 2, 3, 2)
-ZV_POOL_EXTERN(AvgPoolC8Avx, 5, 4, 1, 1)
-ZV_POOL_EXTERN(AvgPoolC8Avx, 10, 8, 1, 1)
 ZV_POOL_EXTERN(MaxPoolC8Avx, 2, 2, 2, 2)
 ZV_POOL_EXTERN(MaxPoolC8Avx, 3, 3, 2, 2)
 #undef ZV_POOL_EXTERN
+extern template void AvgPoolChwSseSeparable<7, 7>(const PoolArgs&);
+extern template void AvgPoolC8AvxSeparable<4, 4>(const PoolArgs&);
+extern template void AvgPoolC8AvxSeparable<7, 7>(const PoolArgs&);
+extern template void AvgPoolC8AvxSeparable<8, 8>(const PoolArgs&);
+extern template void AvgPoolC8AvxSeparable<5, 4>(const PoolArgs&);
+extern template void AvgPoolC8AvxSeparable<10, 8>(const PoolArgs&);
 
 }  // namespace kernel
 }  // namespace zelva

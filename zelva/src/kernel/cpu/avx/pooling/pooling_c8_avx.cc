@@ -35,15 +35,20 @@ void MaxPoolC8Avx(const PoolArgs& args) {
   pool_tile::Blocked<Avx, KY, KX, SY, SX, true>(args);
 }
 
+template <int KY, int KX>
+void AvgPoolC8AvxSeparable(const PoolArgs& args) {
+  pool_tile::BlockedSeparable<Avx, KY, KX>(args);
+}
+
 template void AvgPoolC8Avx<2, 2, 2, 2>(const PoolArgs&);
 template void AvgPoolC8Avx<3, 3, 2, 2>(const PoolArgs&);
 template void AvgPoolC8Avx<4, 4, 4, 4>(const PoolArgs&);
-template void AvgPoolC8Avx<4, 4, 1, 1>(const PoolArgs&);
-template void AvgPoolC8Avx<7, 7, 1, 1>(const PoolArgs&);
-template void AvgPoolC8Avx<8, 8, 1, 1>(const PoolArgs&);
 template void AvgPoolC8Avx<3, 2, 3, 2>(const PoolArgs&);
-template void AvgPoolC8Avx<5, 4, 1, 1>(const PoolArgs&);
-template void AvgPoolC8Avx<10, 8, 1, 1>(const PoolArgs&);
+template void AvgPoolC8AvxSeparable<4, 4>(const PoolArgs&);
+template void AvgPoolC8AvxSeparable<7, 7>(const PoolArgs&);
+template void AvgPoolC8AvxSeparable<8, 8>(const PoolArgs&);
+template void AvgPoolC8AvxSeparable<5, 4>(const PoolArgs&);
+template void AvgPoolC8AvxSeparable<10, 8>(const PoolArgs&);
 template void MaxPoolC8Avx<2, 2, 2, 2>(const PoolArgs&);
 template void MaxPoolC8Avx<3, 3, 2, 2>(const PoolArgs&);
 

@@ -131,7 +131,52 @@ void Planar(const PoolArgs& a) {
   }
 }
 
+// Stride 1 averages in two passes per output row: the column sums of its KY input rows (each column top to
+// bottom) into `work`, then the KX column sums of each output left to right, divided.
+template <int KY, int KX>
+void PlanarSeparable(const PoolArgs& a) {
+  const size_t in_w = a.in_w;
+  float* const work = a.work;
+  for (uint32_t p = 0; p < a.planes; ++p) {
+    const float* plane = a.input + static_cast<size_t>(p) * a.in_h * in_w;
+    float* out_plane = a.output + static_cast<size_t>(p) * a.out_h * a.out_w;
+    for (uint32_t oy = 0; oy < a.out_h; ++oy) {
+      const float* in = plane + static_cast<size_t>(oy) * in_w;
+      size_t x = 0;
+      for (; x + 4 <= in_w; x += 4) {
+        __m128 acc = _mm_loadu_ps(in + x);
+        for (int ky = 1; ky < KY; ++ky) acc = _mm_add_ps(acc, _mm_loadu_ps(in + ky * in_w + x));
+        _mm_storeu_ps(work + x, acc);
+      }
+      for (; x < in_w; ++x) {
+        float acc = in[x];
+        for (int ky = 1; ky < KY; ++ky) acc += in[ky * in_w + x];
+        work[x] = acc;
+      }
+      float* out = out_plane + static_cast<size_t>(oy) * a.out_w;
+      const float rows = a.row_count[oy];
+      const __m128 rows4 = _mm_set1_ps(rows);
+      uint32_t o = 0;
+      for (; o + 4 <= a.out_w; o += 4) {
+        __m128 acc = _mm_loadu_ps(work + o);
+        for (int kx = 1; kx < KX; ++kx) acc = _mm_add_ps(acc, _mm_loadu_ps(work + o + kx));
+        _mm_storeu_ps(out + o, _mm_div_ps(acc, _mm_mul_ps(rows4, _mm_loadu_ps(a.col_count + o))));
+      }
+      for (; o < a.out_w; ++o) {
+        float acc = work[o];
+        for (int kx = 1; kx < KX; ++kx) acc += work[o + kx];
+        out[o] = acc / (rows * a.col_count[o]);
+      }
+    }
+  }
+}
+
 }  // namespace
+
+template <int KY, int KX>
+void AvgPoolChwSseSeparable(const PoolArgs& args) {
+  PlanarSeparable<KY, KX>(args);
+}
 
 template <int KY, int KX, int SY, int SX>
 void AvgPoolChwSse(const PoolArgs& args) {
@@ -151,7 +196,7 @@ void AvgPoolC4Sse(const PoolArgs& args) {
 template void AvgPoolChwSse<2, 2, 2, 2>(const PoolArgs&);
 template void AvgPoolChwSse<3, 3, 2, 2>(const PoolArgs&);
 template void AvgPoolChwSse<4, 4, 4, 4>(const PoolArgs&);
-template void AvgPoolChwSse<7, 7, 1, 1>(const PoolArgs&);
+template void AvgPoolChwSseSeparable<7, 7>(const PoolArgs&);
 template void MaxPoolChwSse<2, 2, 2, 2>(const PoolArgs&);
 template void MaxPoolChwSse<3, 3, 2, 2>(const PoolArgs&);
 template void AvgPoolC4Sse<4, 4, 4, 4>(const PoolArgs&);
