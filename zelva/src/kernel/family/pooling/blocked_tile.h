@@ -61,43 +61,64 @@ void Blocked(const PoolArgs& a) {
   }
 }
 
-// Stride 1 averages, window by window in two passes: per output row, the column sums of its KY input rows
-// (each column top to bottom) into `work`, then per output pixel the KX column sums left to right, divided.
-// KY + KX additions an output where the direct loop takes KY x KX; the sum is the same but for rounding.
+// One output row of a two-pass average: the KX column sums of each output pixel from `work`, left to right,
+// divided; four pixels a round, then one at a time.
+template <class V, int KX>
+inline void RowFromColumns(const float* work, float* out, uint32_t out_w, float rows, const float* cols) {
+  constexpr int kTile = 4;
+  uint32_t x = 0;
+  for (; x + kTile <= out_w; x += kTile) {
+    typename V::T acc[kTile];
+    for (int c = 0; c < kTile; ++c) acc[c] = V::Load(work + (static_cast<size_t>(x) + c) * V::kLanes);
+    for (int kx = 1; kx < KX; ++kx)
+      for (int c = 0; c < kTile; ++c)
+        acc[c] = V::Add(acc[c], V::Load(work + (static_cast<size_t>(x) + c + kx) * V::kLanes));
+    for (int c = 0; c < kTile; ++c)
+      V::Store(out + (static_cast<size_t>(x) + c) * V::kLanes, V::Div(acc[c], V::Set1(rows * cols[x + c])));
+  }
+  for (; x < out_w; ++x) {
+    typename V::T acc = V::Load(work + static_cast<size_t>(x) * V::kLanes);
+    for (int kx = 1; kx < KX; ++kx)
+      acc = V::Add(acc, V::Load(work + (static_cast<size_t>(x) + kx) * V::kLanes));
+    V::Store(out + static_cast<size_t>(x) * V::kLanes, V::Div(acc, V::Set1(rows * cols[x])));
+  }
+}
+
+// Stride 1 averages in two passes, two output rows a round: the sums of the KY - 1 input rows the two share
+// (top to bottom), plus the first row's top row and the second row's bottom row, give the column sums of
+// both (into the two rows of `work`); then each output pixel adds its KX column sums left to right and is
+// divided. About (KY + 1) / 2 + KX additions an output where the direct window takes KY x KX; the sum is
+// the same in another order. A last odd output row sums its own KY rows.
 template <class V, int KY, int KX>
 void BlockedSeparable(const PoolArgs& a) {
-  constexpr int kTile = 4;
+  static_assert(KY >= 2, "two output rows share KY - 1 input rows");
   const size_t row = static_cast<size_t>(a.in_w) * V::kLanes;
-  float* const work = a.work;
+  float* const upper = a.work;
+  float* const lower = a.work + row;
   for (uint32_t p = 0; p < a.planes; ++p) {
     const float* plane = a.input + static_cast<size_t>(p) * a.in_h * row;
     float* out_plane = a.output + static_cast<size_t>(p) * a.out_h * a.out_w * V::kLanes;
-    for (uint32_t oy = 0; oy < a.out_h; ++oy) {
+    const size_t out_row = static_cast<size_t>(a.out_w) * V::kLanes;
+    uint32_t oy = 0;
+    for (; oy + 2 <= a.out_h; oy += 2) {
+      const float* in = plane + static_cast<size_t>(oy) * row;
+      for (size_t x = 0; x < row; x += V::kLanes) {
+        typename V::T shared = V::Load(in + row + x);
+        for (int ky = 2; ky < KY; ++ky) shared = V::Add(shared, V::Load(in + ky * row + x));
+        V::Store(upper + x, V::Add(V::Load(in + x), shared));
+        V::Store(lower + x, V::Add(shared, V::Load(in + KY * row + x)));
+      }
+      RowFromColumns<V, KX>(upper, out_plane + oy * out_row, a.out_w, a.row_count[oy], a.col_count);
+      RowFromColumns<V, KX>(lower, out_plane + (oy + 1) * out_row, a.out_w, a.row_count[oy + 1], a.col_count);
+    }
+    if (oy < a.out_h) {
       const float* in = plane + static_cast<size_t>(oy) * row;
       for (size_t x = 0; x < row; x += V::kLanes) {
         typename V::T acc = V::Load(in + x);
         for (int ky = 1; ky < KY; ++ky) acc = V::Add(acc, V::Load(in + ky * row + x));
-        V::Store(work + x, acc);
+        V::Store(upper + x, acc);
       }
-      float* out = out_plane + static_cast<size_t>(oy) * a.out_w * V::kLanes;
-      const float rows = a.row_count[oy];
-      uint32_t x = 0;
-      for (; x + kTile <= a.out_w; x += kTile) {
-        typename V::T acc[kTile];
-        for (int c = 0; c < kTile; ++c) acc[c] = V::Load(work + (static_cast<size_t>(x) + c) * V::kLanes);
-        for (int kx = 1; kx < KX; ++kx)
-          for (int c = 0; c < kTile; ++c)
-            acc[c] = V::Add(acc[c], V::Load(work + (static_cast<size_t>(x) + c + kx) * V::kLanes));
-        for (int c = 0; c < kTile; ++c)
-          V::Store(out + (static_cast<size_t>(x) + c) * V::kLanes,
-                   V::Div(acc[c], V::Set1(rows * a.col_count[x + c])));
-      }
-      for (; x < a.out_w; ++x) {
-        typename V::T acc = V::Load(work + static_cast<size_t>(x) * V::kLanes);
-        for (int kx = 1; kx < KX; ++kx)
-          acc = V::Add(acc, V::Load(work + (static_cast<size_t>(x) + kx) * V::kLanes));
-        V::Store(out + static_cast<size_t>(x) * V::kLanes, V::Div(acc, V::Set1(rows * a.col_count[x])));
-      }
+      RowFromColumns<V, KX>(upper, out_plane + oy * out_row, a.out_w, a.row_count[oy], a.col_count);
     }
   }
 }

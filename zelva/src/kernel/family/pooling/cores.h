@@ -35,7 +35,7 @@ struct PoolArgs {
   // those on the real input without). Both are small whole numbers, so the product is exact.
   const float* row_count;
   const float* col_count;
-  // One input row (in_w x lanes floats) of scratch, for the cores that ask for it.
+  // Two input rows (2 x in_w x lanes floats) of scratch, for the cores that ask for it.
   float* work;
 };
 

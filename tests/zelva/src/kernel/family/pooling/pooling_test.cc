@@ -1,6 +1,7 @@
 // The pooling family: the reference against torch.nn.AvgPool2d and MaxPool2d (tests/data/pool_fixture.txt,
 // tools/gen_pool_fixture.py), and every row of the list against the reference over random layers it accepts
-// (odd sizes, ceil mode on and off, padding on every border, count_include_pad both ways), bit for bit.
+// (odd sizes, ceil mode on and off, padding on every border, count_include_pad both ways) under its accuracy
+// class: bit for bit, but for the two-pass stride 1 averages.
 // Blocked rows get their input blocked and their output unblocked here; the general rows run in all three
 // layouts.
 //
