@@ -131,42 +131,72 @@ void Planar(const PoolArgs& a) {
   }
 }
 
-// Stride 1 averages in two passes per output row: the column sums of its KY input rows (each column top to
-// bottom) into `work`, then the KX column sums of each output left to right, divided.
+// One output row of a two-pass average from the column sums in `work`: each output the KX sums from its
+// column, left to right, divided; four outputs a vector, then one at a time.
+template <int KX>
+inline void RowFromColumns(const float* work, float* out, uint32_t out_w, float rows, const float* cols) {
+  const __m128 rows4 = _mm_set1_ps(rows);
+  uint32_t o = 0;
+  for (; o + 4 <= out_w; o += 4) {
+    __m128 acc = _mm_loadu_ps(work + o);
+    for (int kx = 1; kx < KX; ++kx) acc = _mm_add_ps(acc, _mm_loadu_ps(work + o + kx));
+    _mm_storeu_ps(out + o, _mm_div_ps(acc, _mm_mul_ps(rows4, _mm_loadu_ps(cols + o))));
+  }
+  for (; o < out_w; ++o) {
+    float acc = work[o];
+    for (int kx = 1; kx < KX; ++kx) acc += work[o + kx];
+    out[o] = acc / (rows * cols[o]);
+  }
+}
+
+// Stride 1 averages in two passes, two output rows a round, as the blocked two-pass loop does: the sums of
+// the KY - 1 input rows the two share, plus each one's own outer row, give the column sums of both (four
+// columns a vector); then the row sums of those. A last odd output row sums its own KY rows.
 template <int KY, int KX>
 void PlanarSeparable(const PoolArgs& a) {
+  static_assert(KY >= 2, "two output rows share KY - 1 input rows");
   const size_t in_w = a.in_w;
-  float* const work = a.work;
+  float* const upper = a.work;
+  float* const lower = a.work + in_w;
   for (uint32_t p = 0; p < a.planes; ++p) {
     const float* plane = a.input + static_cast<size_t>(p) * a.in_h * in_w;
     float* out_plane = a.output + static_cast<size_t>(p) * a.out_h * a.out_w;
-    for (uint32_t oy = 0; oy < a.out_h; ++oy) {
+    uint32_t oy = 0;
+    for (; oy + 2 <= a.out_h; oy += 2) {
+      const float* in = plane + static_cast<size_t>(oy) * in_w;
+      size_t x = 0;
+      for (; x + 4 <= in_w; x += 4) {
+        __m128 shared = _mm_loadu_ps(in + in_w + x);
+        for (int ky = 2; ky < KY; ++ky) shared = _mm_add_ps(shared, _mm_loadu_ps(in + ky * in_w + x));
+        _mm_storeu_ps(upper + x, _mm_add_ps(_mm_loadu_ps(in + x), shared));
+        _mm_storeu_ps(lower + x, _mm_add_ps(shared, _mm_loadu_ps(in + KY * in_w + x)));
+      }
+      for (; x < in_w; ++x) {
+        float shared = in[in_w + x];
+        for (int ky = 2; ky < KY; ++ky) shared += in[ky * in_w + x];
+        upper[x] = in[x] + shared;
+        lower[x] = shared + in[KY * in_w + x];
+      }
+      RowFromColumns<KX>(upper, out_plane + static_cast<size_t>(oy) * a.out_w, a.out_w, a.row_count[oy],
+                         a.col_count);
+      RowFromColumns<KX>(lower, out_plane + static_cast<size_t>(oy + 1) * a.out_w, a.out_w,
+                         a.row_count[oy + 1], a.col_count);
+    }
+    if (oy < a.out_h) {
       const float* in = plane + static_cast<size_t>(oy) * in_w;
       size_t x = 0;
       for (; x + 4 <= in_w; x += 4) {
         __m128 acc = _mm_loadu_ps(in + x);
         for (int ky = 1; ky < KY; ++ky) acc = _mm_add_ps(acc, _mm_loadu_ps(in + ky * in_w + x));
-        _mm_storeu_ps(work + x, acc);
+        _mm_storeu_ps(upper + x, acc);
       }
       for (; x < in_w; ++x) {
         float acc = in[x];
         for (int ky = 1; ky < KY; ++ky) acc += in[ky * in_w + x];
-        work[x] = acc;
+        upper[x] = acc;
       }
-      float* out = out_plane + static_cast<size_t>(oy) * a.out_w;
-      const float rows = a.row_count[oy];
-      const __m128 rows4 = _mm_set1_ps(rows);
-      uint32_t o = 0;
-      for (; o + 4 <= a.out_w; o += 4) {
-        __m128 acc = _mm_loadu_ps(work + o);
-        for (int kx = 1; kx < KX; ++kx) acc = _mm_add_ps(acc, _mm_loadu_ps(work + o + kx));
-        _mm_storeu_ps(out + o, _mm_div_ps(acc, _mm_mul_ps(rows4, _mm_loadu_ps(a.col_count + o))));
-      }
-      for (; o < a.out_w; ++o) {
-        float acc = work[o];
-        for (int kx = 1; kx < KX; ++kx) acc += work[o + kx];
-        out[o] = acc / (rows * a.col_count[o]);
-      }
+      RowFromColumns<KX>(upper, out_plane + static_cast<size_t>(oy) * a.out_w, a.out_w, a.row_count[oy],
+                         a.col_count);
     }
   }
 }
