@@ -57,10 +57,11 @@ void MaxPoolChwSse(const PoolArgs& args);
 // ---- Blocked, one pixel (the lanes of a block) a vector: C4HW4 in SSE, C8HW8 in AVX (cpu/avx/pooling).
 template <int KY, int KX, int SY, int SX>
 void AvgPoolC4Sse(const PoolArgs& args);
-// ---- Stride 1 averages in two passes (they want `work`): per output row the column sums of its KY input
-// rows into `work`, then per output the KX column sums, divided; KY + KX additions an output instead of
-// KY x KX. The same sum in another order, so these differ from the reference in rounding alone (their rows
-// in members.h give the bound): planar SSE (four columns a vector) and C8HW8 AVX.
+// ---- Stride 1 averages in two passes (they want `work`): the column sums of two output rows at a time into
+// `work` (the two share the sums of their KY - 1 common input rows), then per output the KX column sums,
+// divided; about (KY + 1) / 2 + KX additions an output instead of KY x KX. The same sum in another order, so
+// these differ from the reference in rounding alone (their rows in members.h give the bound): planar SSE
+// (four columns a vector) and C8HW8 AVX.
 template <int KY, int KX>
 void AvgPoolChwSseSeparable(const PoolArgs& args);
 template <int KY, int KX, int SY, int SX>
