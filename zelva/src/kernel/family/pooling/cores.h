@@ -35,7 +35,8 @@ struct PoolArgs {
   // those on the real input without). Both are small whole numbers, so the product is exact.
   const float* row_count;
   const float* col_count;
-  // Two input rows (2 x in_w x lanes floats) of scratch, for the cores that ask for it.
+  // Scratch for the cores that ask for it: (in_h + 2) x (in_w + 1) x lanes floats, a little more than the
+  // padded input.
   float* work;
 };
 
@@ -47,9 +48,10 @@ struct PoolCore {
   bool work = false;
 };
 
-// ---- Planar, SSE (cpu/sse/pooling/pooling_sse.cc): four output columns a vector, the taps of stride 2
-// gathered from two loads, those of the 4x4 stride 4 window by one 4x4 transpose per input row; the
-// columns right of the last full vector go one at a time in scalar code of the same order.
+// ---- Planar, SSE (cpu/sse/pooling/pooling_sse.cc): four output columns a vector; stride 2 reads its taps
+// from the even and odd columns of each input row, split once into `work`; the 4x4 stride 4 window takes one
+// 4x4 transpose per input row; the columns right of the last full vector go one at a time in scalar code of
+// the same order.
 template <int KY, int KX, int SY, int SX>
 void AvgPoolChwSse(const PoolArgs& args);
 template <int KY, int KX, int SY, int SX>

@@ -19,11 +19,7 @@ namespace kernel {
 // where a sum cancels to near 0).
 inline constexpr Accuracy kTwoPass = Within(1e-6f, 1e-6f);
 #define ZV_POOL_CORE(name, core, ky, kx, sy, sx) inline constexpr PoolCore name{&core<ky, kx, sy, sx>, true};
-ZV_POOL_CORE(kAvgPool2x2S2ChwSse, AvgPoolChwSse, 2, 2, 2, 2)
-ZV_POOL_CORE(kAvgPool3x3S2ChwSse, AvgPoolChwSse, 3, 3, 2, 2)
 ZV_POOL_CORE(kAvgPool4x4S4ChwSse, AvgPoolChwSse, 4, 4, 4, 4)
-ZV_POOL_CORE(kMaxPool2x2S2ChwSse, MaxPoolChwSse, 2, 2, 2, 2)
-ZV_POOL_CORE(kMaxPool3x3S2ChwSse, MaxPoolChwSse, 3, 3, 2, 2)
 ZV_POOL_CORE(kAvgPool4x4S4C4Sse, AvgPoolC4Sse, 4, 4, 4, 4)
 ZV_POOL_CORE(kAvgPool2x2S2C8Avx, AvgPoolC8Avx, 2, 2, 2, 2)
 ZV_POOL_CORE(kAvgPool3x3S2C8Avx, AvgPoolC8Avx, 3, 3, 2, 2)
@@ -32,6 +28,10 @@ ZV_POOL_CORE(kAvgPool3x2S3x2C8Avx, AvgPoolC8Avx, 3, 2, 3, 2)
 ZV_POOL_CORE(kMaxPool2x2S2C8Avx, MaxPoolC8Avx, 2, 2, 2, 2)
 ZV_POOL_CORE(kMaxPool3x3S2C8Avx, MaxPoolC8Avx, 3, 3, 2, 2)
 #undef ZV_POOL_CORE
+inline constexpr PoolCore kMaxPool3x3S2ChwSse{&MaxPoolChwSse<3, 3, 2, 2>, true, true};
+inline constexpr PoolCore kMaxPool2x2S2ChwSse{&MaxPoolChwSse<2, 2, 2, 2>, true, true};
+inline constexpr PoolCore kAvgPool3x3S2ChwSse{&AvgPoolChwSse<3, 3, 2, 2>, true, true};
+inline constexpr PoolCore kAvgPool2x2S2ChwSse{&AvgPoolChwSse<2, 2, 2, 2>, true, true};
 inline constexpr PoolCore kAvgPool7x7S1ChwSse{&AvgPoolChwSseSeparable<7, 7>, true, true};
 inline constexpr PoolCore kAvgPool4x4S1C8Avx{&AvgPoolC8AvxSeparable<4, 4>, true, true};
 inline constexpr PoolCore kAvgPool7x7S1C8Avx{&AvgPoolC8AvxSeparable<7, 7>, true, true};

@@ -184,7 +184,7 @@ void RunPool(const PoolRule& rule, const PoolCore& core, PoolState& state, const
       a.in_w = w;
     }
     a.pad_t = a.pad_l = 0;
-    if (core.work) a.work = state.work.Floats(device, 2 * a.in_w * lanes);
+    if (core.work) a.work = state.work.Floats(device, (a.in_h + 2) * (a.in_w + 1) * lanes);
   }
   core.run(a);
 }

@@ -26,77 +26,12 @@ struct Sse {
   static T Zero() { return _mm_setzero_ps(); }
 };
 
-// The taps of four neighbouring output columns of a planar row: for stride S, p[0], p[S], p[2S], p[3S].
-// kSpan is how many floats from p a gather reads, so that a vector stays inside its input row.
-template <int S>
-struct Gather;
-template <>
-struct Gather<1> {
-  static constexpr int kSpan = 4;
-  static __m128 Taps(const float* p) { return _mm_loadu_ps(p); }
-};
-template <>
-struct Gather<2> {
-  static constexpr int kSpan = 8;
-  static __m128 Taps(const float* p) {
-    return _mm_shuffle_ps(_mm_loadu_ps(p), _mm_loadu_ps(p + 4), _MM_SHUFFLE(2, 0, 2, 0));
-  }
-};
-
-// Four output columns from x of one output row of a plane; `in` is the row's first input row.
+// The 4 x 4 window at stride 4: four output columns a vector; each input row takes four loads and one 4 x 4
+// transpose, after which column kx holds tap kx of the four outputs. A vector reads 16 floats from its first
+// tap, so it is taken only where those lie inside the input row; the other columns go one at a time.
 template <int KY, int KX, int SY, int SX, bool kMax>
-inline __m128 Columns4(const float* in, size_t in_w, uint32_t x) {
-  const float* base = in + static_cast<size_t>(x) * SX;
-  if constexpr (SX == 4 && KX == 4) {
-    // Each input row: four loads, one transpose, and column kx holds tap kx of the four outputs.
-    __m128 acc = _mm_setzero_ps();
-    for (int ky = 0; ky < KY; ++ky) {
-      const float* r = base + ky * in_w;
-      __m128 c0 = _mm_loadu_ps(r), c1 = _mm_loadu_ps(r + 4), c2 = _mm_loadu_ps(r + 8),
-             c3 = _mm_loadu_ps(r + 12);
-      _MM_TRANSPOSE4_PS(c0, c1, c2, c3);
-      if constexpr (kMax) {
-        acc = ky == 0 ? c0 : _mm_max_ps(c0, acc);
-        acc = _mm_max_ps(c1, acc);
-        acc = _mm_max_ps(c2, acc);
-        acc = _mm_max_ps(c3, acc);
-      } else {
-        acc = _mm_add_ps(acc, c0);
-        acc = _mm_add_ps(acc, c1);
-        acc = _mm_add_ps(acc, c2);
-        acc = _mm_add_ps(acc, c3);
-      }
-    }
-    return acc;
-  } else {
-    __m128 acc = kMax ? Gather<SX>::Taps(base) : _mm_setzero_ps();
-    for (int ky = 0; ky < KY; ++ky) {
-      const float* r = base + ky * in_w;
-      for (int kx = 0; kx < KX; ++kx) {
-        if constexpr (kMax) {
-          if (ky != 0 || kx != 0) acc = _mm_max_ps(Gather<SX>::Taps(r + kx), acc);
-        } else {
-          acc = _mm_add_ps(acc, Gather<SX>::Taps(r + kx));
-        }
-      }
-    }
-    return acc;
-  }
-}
-
-// The floats a vector of four columns reads from its first tap onwards.
-template <int KX, int SX>
-constexpr uint32_t Span() {
-  if constexpr (SX == 4 && KX == 4) {
-    return 16;
-  } else {
-    return (KX - 1) + Gather<SX>::kSpan;
-  }
-}
-
-template <int KY, int KX, int SY, int SX, bool kMax>
-void Planar(const PoolArgs& a) {
-  constexpr uint32_t kSpan = Span<KX, SX>();
+void PlanarStride4(const PoolArgs& a) {
+  static_assert(KX == 4 && SX == 4, "a window of four columns at stride 4");
   const size_t in_w = a.in_w;
   for (uint32_t p = 0; p < a.planes; ++p) {
     const float* plane = a.input + static_cast<size_t>(p) * a.in_h * in_w;
@@ -107,10 +42,27 @@ void Planar(const PoolArgs& a) {
       const float rows = kMax ? 0.0f : a.row_count[oy];
       const __m128 rows4 = _mm_set1_ps(rows);
       uint32_t x = 0;
-      for (; x + 4 <= a.out_w && x * SX + kSpan <= in_w; x += 4) {
-        __m128 v = Columns4<KY, KX, SY, SX, kMax>(in, in_w, x);
-        if constexpr (!kMax) v = _mm_div_ps(v, _mm_mul_ps(rows4, _mm_loadu_ps(a.col_count + x)));
-        _mm_storeu_ps(out + x, v);
+      for (; x + 4 <= a.out_w && x * SX + 16 <= in_w; x += 4) {
+        __m128 acc = _mm_setzero_ps();
+        for (int ky = 0; ky < KY; ++ky) {
+          const float* r = in + ky * in_w + static_cast<size_t>(x) * SX;
+          __m128 c0 = _mm_loadu_ps(r), c1 = _mm_loadu_ps(r + 4), c2 = _mm_loadu_ps(r + 8),
+                 c3 = _mm_loadu_ps(r + 12);
+          _MM_TRANSPOSE4_PS(c0, c1, c2, c3);
+          if constexpr (kMax) {
+            acc = ky == 0 ? c0 : _mm_max_ps(c0, acc);
+            acc = _mm_max_ps(c1, acc);
+            acc = _mm_max_ps(c2, acc);
+            acc = _mm_max_ps(c3, acc);
+          } else {
+            acc = _mm_add_ps(acc, c0);
+            acc = _mm_add_ps(acc, c1);
+            acc = _mm_add_ps(acc, c2);
+            acc = _mm_add_ps(acc, c3);
+          }
+        }
+        if constexpr (!kMax) acc = _mm_div_ps(acc, _mm_mul_ps(rows4, _mm_loadu_ps(a.col_count + x)));
+        _mm_storeu_ps(out + x, acc);
       }
       for (; x < a.out_w; ++x) {
         const float* base = in + static_cast<size_t>(x) * SX;
@@ -118,6 +70,71 @@ void Planar(const PoolArgs& a) {
         for (int ky = 0; ky < KY; ++ky) {
           for (int kx = 0; kx < KX; ++kx) {
             const float v = base[ky * in_w + kx];
+            if constexpr (kMax) {
+              if (v > acc) acc = v;
+            } else {
+              acc += v;
+            }
+          }
+        }
+        out[x] = kMax ? acc : acc / (rows * a.col_count[x]);
+      }
+    }
+  }
+}
+
+// Stride 2: each input row of the plane is split once into its even and odd columns (in `work`), so that
+// tap kx of four neighbouring outputs is one plain load, from the even columns at x + kx / 2 for even kx and
+// from the odd ones for odd kx, instead of two loads and a shuffle per tap; the taps keep their order.
+template <int KY, int KX, bool kMax>
+void PlanarStride2(const PoolArgs& a) {
+  const size_t in_w = a.in_w, half = (in_w + 1) / 2;
+  float* const even = a.work;
+  float* const odd = a.work + static_cast<size_t>(a.in_h) * half;
+  for (uint32_t p = 0; p < a.planes; ++p) {
+    const float* plane = a.input + static_cast<size_t>(p) * a.in_h * in_w;
+    for (uint32_t y = 0; y < a.in_h; ++y) {
+      const float* r = plane + y * in_w;
+      float* e = even + y * half;
+      float* o = odd + y * half;
+      size_t j = 0;
+      for (; 2 * j + 8 <= in_w; j += 4) {
+        const __m128 l0 = _mm_loadu_ps(r + 2 * j), l1 = _mm_loadu_ps(r + 2 * j + 4);
+        _mm_storeu_ps(e + j, _mm_shuffle_ps(l0, l1, _MM_SHUFFLE(2, 0, 2, 0)));
+        _mm_storeu_ps(o + j, _mm_shuffle_ps(l0, l1, _MM_SHUFFLE(3, 1, 3, 1)));
+      }
+      for (; 2 * j < in_w; ++j) {
+        e[j] = r[2 * j];
+        if (2 * j + 1 < in_w) o[j] = r[2 * j + 1];
+      }
+    }
+    float* out_plane = a.output + static_cast<size_t>(p) * a.out_h * a.out_w;
+    for (uint32_t oy = 0; oy < a.out_h; ++oy) {
+      const size_t top = static_cast<size_t>(oy) * 2 * half;
+      float* out = out_plane + static_cast<size_t>(oy) * a.out_w;
+      const float rows = kMax ? 0.0f : a.row_count[oy];
+      const __m128 rows4 = _mm_set1_ps(rows);
+      uint32_t x = 0;
+      for (; x + 4 <= a.out_w; x += 4) {
+        __m128 acc = kMax ? _mm_loadu_ps(even + top + x) : _mm_setzero_ps();
+        for (int ky = 0; ky < KY; ++ky) {
+          for (int kx = 0; kx < KX; ++kx) {
+            const __m128 tap = _mm_loadu_ps((kx % 2 == 0 ? even : odd) + top + ky * half + x + kx / 2);
+            if constexpr (kMax) {
+              if (ky != 0 || kx != 0) acc = _mm_max_ps(tap, acc);
+            } else {
+              acc = _mm_add_ps(acc, tap);
+            }
+          }
+        }
+        if constexpr (!kMax) acc = _mm_div_ps(acc, _mm_mul_ps(rows4, _mm_loadu_ps(a.col_count + x)));
+        _mm_storeu_ps(out + x, acc);
+      }
+      for (; x < a.out_w; ++x) {
+        float acc = kMax ? even[top + x] : 0.0f;
+        for (int ky = 0; ky < KY; ++ky) {
+          for (int kx = 0; kx < KX; ++kx) {
+            const float v = (kx % 2 == 0 ? even : odd)[top + ky * half + x + kx / 2];
             if constexpr (kMax) {
               if (v > acc) acc = v;
             } else {
@@ -210,12 +227,17 @@ void AvgPoolChwSseSeparable(const PoolArgs& args) {
 
 template <int KY, int KX, int SY, int SX>
 void AvgPoolChwSse(const PoolArgs& args) {
-  Planar<KY, KX, SY, SX, false>(args);
+  if constexpr (SY == 2 && SX == 2) {
+    PlanarStride2<KY, KX, false>(args);
+  } else {
+    PlanarStride4<KY, KX, SY, SX, false>(args);
+  }
 }
 
 template <int KY, int KX, int SY, int SX>
 void MaxPoolChwSse(const PoolArgs& args) {
-  Planar<KY, KX, SY, SX, true>(args);
+  static_assert(SY == 2 && SX == 2, "planar maxima at stride 2");
+  PlanarStride2<KY, KX, true>(args);
 }
 
 template <int KY, int KX, int SY, int SX>
