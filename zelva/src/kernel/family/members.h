@@ -5,6 +5,7 @@
 
 #include "zelva/src/kernel/family/activation/members.h"
 #include "zelva/src/kernel/family/batchnorm/members.h"
+#include "zelva/src/kernel/family/concatenate/members.h"
 #include "zelva/src/kernel/family/conv1d/members.h"
 #include "zelva/src/kernel/family/conv2d/members.h"
 #include "zelva/src/kernel/family/conv2d_int16/members.h"
@@ -16,6 +17,7 @@
 #include "zelva/src/kernel/family/input/members.h"
 #include "zelva/src/kernel/family/layout/members.h"
 #include "zelva/src/kernel/family/pixelshuffle/members.h"
+#include "zelva/src/kernel/family/pooling/members.h"
 #include "zelva/src/kernel/family/rnn/members.h"
 #include "zelva/src/kernel/family/softargmax/members.h"
 #include "zelva/src/kernel/family/transform/members.h"
@@ -40,4 +42,6 @@
   ZV_CONV2D_INT16_MEMBERS(X)   \
   ZV_CONV1D_MEMBERS(X)         \
   ZV_CONVTRANSPOSE_MEMBERS(X)  \
-  ZV_UPSAMPLING_MEMBERS(X)
+  ZV_UPSAMPLING_MEMBERS(X)     \
+  ZV_POOLING_MEMBERS(X)        \
+  ZV_CONCATENATE_MEMBERS(X)

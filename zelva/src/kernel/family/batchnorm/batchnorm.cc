@@ -35,6 +35,9 @@ void ConfigBatchNorm(const char* name, BatchNormState* state,
 
   const std::vector<float> mean = DecodeChannels(name, info->mean, channels, "mean", info->id);
   const std::vector<float> variance = DecodeChannels(name, info->variance, channels, "variance", info->id);
+  // A layer without affine parameters (if_affine false) normalises by its running statistics alone, as
+  // torch.nn.BatchNorm2d(affine=False) does in eval mode: it folds with scale 1 and shift 0, and its scale
+  // and shift texts, empty or not, are not read.
   std::vector<float> scale(channels, 1.0f);
   std::vector<float> shift(channels, 0.0f);
   if (state->param.if_affine != 0) {
