@@ -46,7 +46,7 @@ def agrees(size, pad, kernel, stride, ceil_mode, count_include_pad, kind):
 
 cases = []
 # kind, channels, h, w, ky, kx, sy, sx, py, px, ceil, cip
-specs = [
+layers = [
     (0, 3, 7, 7, 2, 2, 2, 2, 0, 0, 0, 1),
     (0, 3, 7, 7, 2, 2, 2, 2, 0, 0, 1, 0),
     (0, 2, 9, 11, 3, 3, 2, 2, 1, 1, 0, 0),
@@ -66,7 +66,7 @@ specs = [
     (1, 2, 10, 12, 3, 3, 2, 2, 1, 1, 1, 0),
     (1, 2, 11, 11, 3, 3, 2, 2, 0, 0, 0, 0),
 ]
-for kind, c, h, w, ky, kx, sy, sx, py, px, ceil, cip in specs:
+for kind, c, h, w, ky, kx, sy, sx, py, px, ceil, cip in layers:
     assert agrees(h, py, ky, sy, ceil, cip, kind) and agrees(w, px, kx, sx, ceil, cip, kind), (h, w, ky, kx)
     x = torch.randn(1, c, h, w)
     if kind == 0:
