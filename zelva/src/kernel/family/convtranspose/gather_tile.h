@@ -52,7 +52,7 @@ void Pixel(const ConvTransposeArgs& a, const Taps& rows, const Taps& cols, uint3
     for (uint32_t r = 0; r < rows.count; ++r) {
       for (uint32_t q = 0; q < cols.count; ++q) {
         const size_t at = static_cast<size_t>(rows.i[r]) * a.in_w + cols.i[q];
-        const typename V::T x = V::Set1(in[kBlockedIn ? at * L : at]);
+        const typename V::T x = V::Set(in[kBlockedIn ? at * L : at]);
         const float* w = wb + ((c * 3 + rows.k[r]) * 3 + cols.k[q]) * L;
         for (uint32_t j = 0; j < NB; ++j) acc[j] = V::Add(acc[j], V::Mul(x, V::Load(w + j * block_weights)));
       }

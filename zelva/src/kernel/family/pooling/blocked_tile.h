@@ -37,7 +37,7 @@ inline void Tile(const float* in, size_t row, float* out, uint32_t x, float rows
     }
   }
   for (int c = 0; c < CC; ++c) {
-    if constexpr (!kMax) acc[c] = V::Div(acc[c], V::Set1(rows * cols[x + c]));
+    if constexpr (!kMax) acc[c] = V::Div(acc[c], V::Set(rows * cols[x + c]));
     V::Store(out + (static_cast<size_t>(x) + c) * V::kLanes, acc[c]);
   }
 }
@@ -74,13 +74,13 @@ inline void RowFromColumns(const float* work, float* out, uint32_t out_w, float 
       for (int c = 0; c < kTile; ++c)
         acc[c] = V::Add(acc[c], V::Load(work + (static_cast<size_t>(x) + c + kx) * V::kLanes));
     for (int c = 0; c < kTile; ++c)
-      V::Store(out + (static_cast<size_t>(x) + c) * V::kLanes, V::Div(acc[c], V::Set1(rows * cols[x + c])));
+      V::Store(out + (static_cast<size_t>(x) + c) * V::kLanes, V::Div(acc[c], V::Set(rows * cols[x + c])));
   }
   for (; x < out_w; ++x) {
     typename V::T acc = V::Load(work + static_cast<size_t>(x) * V::kLanes);
     for (int kx = 1; kx < KX; ++kx)
       acc = V::Add(acc, V::Load(work + (static_cast<size_t>(x) + kx) * V::kLanes));
-    V::Store(out + static_cast<size_t>(x) * V::kLanes, V::Div(acc, V::Set1(rows * cols[x])));
+    V::Store(out + static_cast<size_t>(x) * V::kLanes, V::Div(acc, V::Set(rows * cols[x])));
   }
 }
 

@@ -29,7 +29,7 @@ void PlanarAlongX(const UpsampleArgs& a, const float* row, float* dst) {
 template <class V>
 void Blend(const float* top, const float* bottom, float w0, float w1, float* dst, size_t n) {
   constexpr uint32_t L = V::kLanes;
-  const typename V::T v0 = V::Set1(w0), v1 = V::Set1(w1);
+  const typename V::T v0 = V::Set(w0), v1 = V::Set(w1);
   size_t i = 0;
   for (; i + L <= n; i += L)
     V::Store(dst + i, V::Add(V::Mul(V::Load(top + i), v0), V::Mul(V::Load(bottom + i), v1)));
@@ -46,7 +46,7 @@ void PlanarDirect(const UpsampleArgs& a) {
       const float* r1 = in + static_cast<size_t>(a.y1[oy]) * a.in_w;
       float* out = a.output + (static_cast<size_t>(p) * a.out_h + oy) * a.out_w;
       const float wy0 = a.wy0[oy], wy1 = a.wy1[oy];
-      const typename V::T vy0 = V::Set1(wy0), vy1 = V::Set1(wy1);
+      const typename V::T vy0 = V::Set(wy0), vy1 = V::Set(wy1);
       uint32_t ox = 0;
       for (; ox + L <= a.out_w; ox += L) {
         const typename V::T wx0 = V::Load(a.wx0 + ox), wx1 = V::Load(a.wx1 + ox);
@@ -101,8 +101,8 @@ void BlockedAlongX(const UpsampleArgs& a, const float* row, float* dst) {
   constexpr uint32_t L = V::kLanes;
   for (uint32_t ox = 0; ox < a.out_w; ++ox)
     V::Store(dst + static_cast<size_t>(ox) * L,
-             V::Add(V::Mul(V::Load(row + static_cast<size_t>(a.x0[ox]) * L), V::Set1(a.wx0[ox])),
-                    V::Mul(V::Load(row + static_cast<size_t>(a.x1[ox]) * L), V::Set1(a.wx1[ox]))));
+             V::Add(V::Mul(V::Load(row + static_cast<size_t>(a.x0[ox]) * L), V::Set(a.wx0[ox])),
+                    V::Mul(V::Load(row + static_cast<size_t>(a.x1[ox]) * L), V::Set(a.wx1[ox]))));
 }
 
 template <class V>
@@ -114,10 +114,10 @@ void BlockedDirect(const UpsampleArgs& a) {
       const float* r0 = in + static_cast<size_t>(a.y0[oy]) * a.in_w * L;
       const float* r1 = in + static_cast<size_t>(a.y1[oy]) * a.in_w * L;
       float* out = a.output + (static_cast<size_t>(p) * a.out_h + oy) * a.out_w * L;
-      const typename V::T vy0 = V::Set1(a.wy0[oy]), vy1 = V::Set1(a.wy1[oy]);
+      const typename V::T vy0 = V::Set(a.wy0[oy]), vy1 = V::Set(a.wy1[oy]);
       for (uint32_t ox = 0; ox < a.out_w; ++ox) {
         const size_t i0 = static_cast<size_t>(a.x0[ox]) * L, i1 = static_cast<size_t>(a.x1[ox]) * L;
-        const typename V::T wx0 = V::Set1(a.wx0[ox]), wx1 = V::Set1(a.wx1[ox]);
+        const typename V::T wx0 = V::Set(a.wx0[ox]), wx1 = V::Set(a.wx1[ox]);
         const typename V::T top = V::Add(V::Mul(V::Load(r0 + i0), wx0), V::Mul(V::Load(r0 + i1), wx1));
         const typename V::T bottom = V::Add(V::Mul(V::Load(r1 + i0), wx0), V::Mul(V::Load(r1 + i1), wx1));
         V::Store(out + static_cast<size_t>(ox) * L, V::Add(V::Mul(top, vy0), V::Mul(bottom, vy1)));

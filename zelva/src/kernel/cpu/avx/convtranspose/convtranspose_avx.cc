@@ -3,22 +3,14 @@
 #include <immintrin.h>
 
 #include "zelva/src/kernel/family/convtranspose/gather_tile.h"
+#include "zelva/src/kernel/functional/vector8.h"
 
 namespace zelva {
 namespace kernel {
 
 namespace {
 
-struct Avx {
-  static constexpr uint32_t kLanes = 8;
-  using T = __m256;
-  static T Load(const float* p) { return _mm256_loadu_ps(p); }
-  static void Store(float* p, T v) { _mm256_storeu_ps(p, v); }
-  static T Add(T a, T b) { return _mm256_add_ps(a, b); }
-  static T Mul(T a, T b) { return _mm256_mul_ps(a, b); }
-  static T Set1(float x) { return _mm256_set1_ps(x); }
-  static T Zero() { return _mm256_setzero_ps(); }
-};
+using Avx = V8;
 
 }  // namespace
 

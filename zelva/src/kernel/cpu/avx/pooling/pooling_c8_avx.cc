@@ -4,24 +4,14 @@
 
 #include "zelva/src/kernel/family/pooling/blocked_tile.h"
 #include "zelva/src/kernel/family/pooling/cores.h"
+#include "zelva/src/kernel/functional/vector8.h"
 
 namespace zelva {
 namespace kernel {
 
 namespace {
 
-struct Avx {
-  static constexpr int kLanes = 8;
-  using T = __m256;
-  static T Load(const float* p) { return _mm256_loadu_ps(p); }
-  static void Store(float* p, T v) { _mm256_storeu_ps(p, v); }
-  static T Add(T a, T b) { return _mm256_add_ps(a, b); }
-  // a when a > b, else b: the reference's "keep a later tap only when it is greater".
-  static T Max(T a, T b) { return _mm256_max_ps(a, b); }
-  static T Div(T a, T b) { return _mm256_div_ps(a, b); }
-  static T Set1(float v) { return _mm256_set1_ps(v); }
-  static T Zero() { return _mm256_setzero_ps(); }
-};
+using Avx = V8;
 
 }  // namespace
 

@@ -4,21 +4,14 @@
 
 #include "zelva/src/kernel/family/depthwise/blocked_tile.h"
 #include "zelva/src/kernel/family/depthwise/cores.h"
+#include "zelva/src/kernel/functional/vector4.h"
 
 namespace zelva {
 namespace kernel {
 
 namespace {
 
-struct Sse {
-  static constexpr int kLanes = 4;
-  using T = __m128;
-  static T Load(const float* p) { return _mm_loadu_ps(p); }
-  static void Store(float* p, T v) { _mm_storeu_ps(p, v); }
-  static T Add(T a, T b) { return _mm_add_ps(a, b); }
-  static T Mul(T a, T b) { return _mm_mul_ps(a, b); }
-  static T Zero() { return _mm_setzero_ps(); }
-};
+using Sse = V4;
 
 }  // namespace
 

@@ -7,24 +7,14 @@
 
 #include "zelva/src/kernel/family/pooling/blocked_tile.h"
 #include "zelva/src/kernel/family/pooling/cores.h"
+#include "zelva/src/kernel/functional/vector4.h"
 
 namespace zelva {
 namespace kernel {
 
 namespace {
 
-struct Sse {
-  static constexpr int kLanes = 4;
-  using T = __m128;
-  static T Load(const float* p) { return _mm_loadu_ps(p); }
-  static void Store(float* p, T v) { _mm_storeu_ps(p, v); }
-  static T Add(T a, T b) { return _mm_add_ps(a, b); }
-  // a when a > b, else b: the reference's "keep a later tap only when it is greater".
-  static T Max(T a, T b) { return _mm_max_ps(a, b); }
-  static T Div(T a, T b) { return _mm_div_ps(a, b); }
-  static T Set1(float v) { return _mm_set1_ps(v); }
-  static T Zero() { return _mm_setzero_ps(); }
-};
+using Sse = V4;
 
 // The 4 x 4 window at stride 4: four output columns a vector; each input row takes four loads and one 4 x 4
 // transpose, after which column kx holds tap kx of the four outputs. A vector reads 16 floats from its first
