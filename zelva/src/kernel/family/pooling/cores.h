@@ -48,8 +48,8 @@ struct PoolCore {
   bool work = false;
 };
 
-// ---- Planar, SSE (cpu/sse/pooling/pooling_sse.cc): four output columns a vector; stride 2 reads its taps
-// from the even and odd columns of each input row, split once into `work`; the 4x4 stride 4 window takes one
+// ---- Planar, SSE (cpu/sse/pooling/pooling_sse.cc): four output columns a vector; stride 2 splits the taps
+// of each input row into its even and odd columns in registers; the 4x4 stride 4 window takes one
 // 4x4 transpose per input row; the columns right of the last full vector go one at a time in scalar code of
 // the same order.
 template <int KY, int KX, int SY, int SX>

@@ -28,10 +28,10 @@ ZV_POOL_CORE(kAvgPool3x2S3x2C8Avx, AvgPoolC8Avx, 3, 2, 3, 2)
 ZV_POOL_CORE(kMaxPool2x2S2C8Avx, MaxPoolC8Avx, 2, 2, 2, 2)
 ZV_POOL_CORE(kMaxPool3x3S2C8Avx, MaxPoolC8Avx, 3, 3, 2, 2)
 #undef ZV_POOL_CORE
-inline constexpr PoolCore kMaxPool3x3S2ChwSse{&MaxPoolChwSse<3, 3, 2, 2>, true, true};
-inline constexpr PoolCore kMaxPool2x2S2ChwSse{&MaxPoolChwSse<2, 2, 2, 2>, true, true};
-inline constexpr PoolCore kAvgPool3x3S2ChwSse{&AvgPoolChwSse<3, 3, 2, 2>, true, true};
-inline constexpr PoolCore kAvgPool2x2S2ChwSse{&AvgPoolChwSse<2, 2, 2, 2>, true, true};
+inline constexpr PoolCore kMaxPool3x3S2ChwSse{&MaxPoolChwSse<3, 3, 2, 2>, true};
+inline constexpr PoolCore kMaxPool2x2S2ChwSse{&MaxPoolChwSse<2, 2, 2, 2>, true};
+inline constexpr PoolCore kAvgPool3x3S2ChwSse{&AvgPoolChwSse<3, 3, 2, 2>, true};
+inline constexpr PoolCore kAvgPool2x2S2ChwSse{&AvgPoolChwSse<2, 2, 2, 2>, true};
 inline constexpr PoolCore kAvgPool7x7S1ChwSse{&AvgPoolChwSseSeparable<7, 7>, true, true};
 inline constexpr PoolCore kAvgPool4x4S1C8Avx{&AvgPoolC8AvxSeparable<4, 4>, true, true};
 inline constexpr PoolCore kAvgPool7x7S1C8Avx{&AvgPoolC8AvxSeparable<7, 7>, true, true};

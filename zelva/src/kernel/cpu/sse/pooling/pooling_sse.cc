@@ -73,47 +73,47 @@ void PlanarStride4(const PoolArgs& a) {
   }
 }
 
-// Stride 2: each input row of the plane is split once into its even and odd columns (in `work`), so that
-// tap kx of four neighbouring outputs is one plain load, from the even columns at x + kx / 2 for even kx and
-// from the odd ones for odd kx, instead of two loads and a shuffle per tap; the taps keep their order.
+// The taps kx = 0, 1, 2 of four neighbouring outputs at stride 2, columns c, c + 2, c + 4, c + 6 from c + kx,
+// out of the input row r at c = 2x: two loads split into the even and odd columns, and for kx = 2 the even
+// columns shifted by one with column c + 8 from a single load (so no more than the windows' own columns are
+// read).
+template <int KX>
+inline void Stride2Taps(const float* r, __m128 (&tap)[KX]) {
+  const __m128 l0 = _mm_loadu_ps(r), l1 = _mm_loadu_ps(r + 4);
+  tap[0] = _mm_shuffle_ps(l0, l1, _MM_SHUFFLE(2, 0, 2, 0));
+  tap[1] = _mm_shuffle_ps(l0, l1, _MM_SHUFFLE(3, 1, 3, 1));
+  if constexpr (KX == 3) {
+    const __m128 t = _mm_shuffle_ps(l1, _mm_load_ss(r + 8), _MM_SHUFFLE(0, 0, 2, 0));
+    tap[2] = _mm_shuffle_ps(tap[0], t, _MM_SHUFFLE(2, 1, 2, 1));
+  }
+}
+
+// Stride 2: four outputs a vector, their taps split out of each input row in registers (Stride2Taps); the
+// taps keep their order. The windows of four full outputs lie inside the row, so every full vector of
+// outputs is taken this way; the rest go one at a time.
 template <int KY, int KX, bool kMax>
 void PlanarStride2(const PoolArgs& a) {
-  const size_t in_w = a.in_w, half = (in_w + 1) / 2;
-  float* const even = a.work;
-  float* const odd = a.work + static_cast<size_t>(a.in_h) * half;
+  static_assert(KX == 2 || KX == 3, "windows of two or three columns");
+  const size_t in_w = a.in_w;
   for (uint32_t p = 0; p < a.planes; ++p) {
     const float* plane = a.input + static_cast<size_t>(p) * a.in_h * in_w;
-    for (uint32_t y = 0; y < a.in_h; ++y) {
-      const float* r = plane + y * in_w;
-      float* e = even + y * half;
-      float* o = odd + y * half;
-      size_t j = 0;
-      for (; 2 * j + 8 <= in_w; j += 4) {
-        const __m128 l0 = _mm_loadu_ps(r + 2 * j), l1 = _mm_loadu_ps(r + 2 * j + 4);
-        _mm_storeu_ps(e + j, _mm_shuffle_ps(l0, l1, _MM_SHUFFLE(2, 0, 2, 0)));
-        _mm_storeu_ps(o + j, _mm_shuffle_ps(l0, l1, _MM_SHUFFLE(3, 1, 3, 1)));
-      }
-      for (; 2 * j < in_w; ++j) {
-        e[j] = r[2 * j];
-        if (2 * j + 1 < in_w) o[j] = r[2 * j + 1];
-      }
-    }
     float* out_plane = a.output + static_cast<size_t>(p) * a.out_h * a.out_w;
     for (uint32_t oy = 0; oy < a.out_h; ++oy) {
-      const size_t top = static_cast<size_t>(oy) * 2 * half;
+      const float* in = plane + static_cast<size_t>(oy) * 2 * in_w;
       float* out = out_plane + static_cast<size_t>(oy) * a.out_w;
       const float rows = kMax ? 0.0f : a.row_count[oy];
       const __m128 rows4 = _mm_set1_ps(rows);
       uint32_t x = 0;
       for (; x + 4 <= a.out_w; x += 4) {
-        __m128 acc = kMax ? _mm_loadu_ps(even + top + x) : _mm_setzero_ps();
+        __m128 acc = _mm_setzero_ps();
         for (int ky = 0; ky < KY; ++ky) {
+          __m128 tap[KX];
+          Stride2Taps<KX>(in + ky * in_w + 2 * static_cast<size_t>(x), tap);
           for (int kx = 0; kx < KX; ++kx) {
-            const __m128 tap = _mm_loadu_ps((kx % 2 == 0 ? even : odd) + top + ky * half + x + kx / 2);
             if constexpr (kMax) {
-              if (ky != 0 || kx != 0) acc = _mm_max_ps(tap, acc);
+              acc = ky == 0 && kx == 0 ? tap[0] : _mm_max_ps(tap[kx], acc);
             } else {
-              acc = _mm_add_ps(acc, tap);
+              acc = _mm_add_ps(acc, tap[kx]);
             }
           }
         }
@@ -121,10 +121,11 @@ void PlanarStride2(const PoolArgs& a) {
         _mm_storeu_ps(out + x, acc);
       }
       for (; x < a.out_w; ++x) {
-        float acc = kMax ? even[top + x] : 0.0f;
+        const float* base = in + 2 * static_cast<size_t>(x);
+        float acc = kMax ? base[0] : 0.0f;
         for (int ky = 0; ky < KY; ++ky) {
           for (int kx = 0; kx < KX; ++kx) {
-            const float v = (kx % 2 == 0 ? even : odd)[top + ky * half + x + kx / 2];
+            const float v = base[ky * in_w + kx];
             if constexpr (kMax) {
               if (v > acc) acc = v;
             } else {
