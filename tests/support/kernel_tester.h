@@ -8,9 +8,11 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <fstream>
 #include <istream>
 #include <memory>
 #include <random>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -144,5 +146,45 @@ inline std::vector<float> ReadFixtureRow(std::istream& in) {
   while (row >> v) values.push_back(v);
   return values;
 }
+
+// A fixture file in tests/data/: a row holding the number of cases, then per case a line with its name and
+// the case's own rows, which `read_case(name, file)` reads.
+template <class ReadCase>
+void ForEachFixtureCase(const std::string& file_name, ReadCase&& read_case) {
+  std::ifstream file(std::string(ZELVA_TEST_DATA_DIR) + "/" + file_name);
+  ASSERT_TRUE(file.good()) << file_name;
+  const std::vector<float> count = ReadFixtureRow(file);
+  ASSERT_EQ(count.size(), 1u) << file_name;
+  for (int c = 0; c < static_cast<int>(count[0]) && !::testing::Test::HasFatalFailure(); ++c) {
+    std::string name;
+    std::getline(file, name);
+    read_case(name, file);
+  }
+}
+
+// Logs and skips a member whose instruction set this processor lacks.
+template <class Member>
+bool SkipUnrunnable(const Member& m) {
+  if (CanRun(m.isa)) return false;
+  GTEST_LOG_(INFO) << "skipping " << m.name << ": this processor lacks its instruction set";
+  return true;
+}
+
+// Which members ran at least one fixture case: every member the processor can run must have.
+class MemberCoverage {
+ public:
+  void Ran(const std::string& name) { ran_.insert(name); }
+  template <class Members>
+  void ExpectEachRan(const Members& members) const {
+    for (const auto& m : members) {
+      if (CanRun(m.isa)) {
+        EXPECT_EQ(ran_.count(m.name), 1u) << m.name << " ran no fixture case";
+      }
+    }
+  }
+
+ private:
+  std::set<std::string> ran_;
+};
 
 }  // namespace zvtest

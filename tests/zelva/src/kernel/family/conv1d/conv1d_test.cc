@@ -113,10 +113,7 @@ Layer RandomLayer(const Conv1dRule& rule, uint32_t len, std::mt19937& rng) {
 TEST(Conv1dFamily, EveryMemberMatchesTheReferenceOnRandomLayers) {
   std::mt19937 rng(17);
   for (const Member& m : Members()) {
-    if (!CanRun(m.isa)) {
-      GTEST_LOG_(INFO) << "skipping " << m.name << ": this processor lacks its instruction set";
-      continue;
-    }
+    if (SkipUnrunnable(m)) continue;
     // Around the eight-wide vectors and the rounds of four of them, and their tails.
     for (const uint32_t len : {1u, 3u, 7u, 8u, 9u, 31u, 32u, 33u, 41u, 70u}) {
       const Layer l = RandomLayer(*m.rule, len, rng);
@@ -129,14 +126,8 @@ TEST(Conv1dFamily, EveryMemberMatchesTheReferenceOnRandomLayers) {
 }
 
 TEST(Conv1dFamily, ReferenceAndMembersMatchTorchFixtures) {
-  std::ifstream file(std::string(ZELVA_TEST_DATA_DIR) + "/conv1d_fixture.txt");
-  ASSERT_TRUE(file.good());
-  const std::vector<float> count = ReadFixtureRow(file);
-  ASSERT_EQ(count.size(), 1u);
-  std::set<std::string> ran;
-  for (int c = 0; c < static_cast<int>(count[0]); ++c) {
-    std::string name;
-    std::getline(file, name);
+  MemberCoverage coverage;
+  ForEachFixtureCase("conv1d_fixture.txt", [&](const std::string& name, std::istream& file) {
     const std::vector<float> f = ReadFixtureRow(file);
     ASSERT_EQ(f.size(), 10u) << name;
     Layer l;
@@ -152,14 +143,10 @@ TEST(Conv1dFamily, ReferenceAndMembersMatchTorchFixtures) {
     for (const Member& m : Members()) {
       if (!CanRun(m.isa) || m.make()->CheckSupport(l.Info(), nullptr) != 0) continue;
       ExpectAccuracy(RunMember(m, l), want, m.accuracy, name + " by " + m.name);
-      ran.insert(m.name);
+      coverage.Ran(m.name);
     }
-  }
-  for (const Member& m : Members()) {
-    if (CanRun(m.isa)) {
-      EXPECT_EQ(ran.count(m.name), 1u) << m.name << " ran no fixture case";
-    }
-  }
+  });
+  coverage.ExpectEachRan(Members());
 }
 
 // Each row refuses what its name does not take, and every row refuses groups that do not divide the channels,

@@ -232,10 +232,7 @@ inline void ExpectMember(const Member& m, const Layer& l, const std::vector<floa
 inline void ExpectMembersMatchReference(const std::vector<Member>& members, Reference reference, int rounds) {
   std::mt19937 rng(11);
   for (const Member& m : members) {
-    if (!CanRun(m.isa)) {
-      GTEST_LOG_(INFO) << "skipping " << m.name << ": this processor lacks its instruction set";
-      continue;
-    }
+    if (SkipUnrunnable(m)) continue;
     for (int round = 0; round < rounds; ++round) {
       const Layer l = RandomLayer(*m.rule, rng);
       const std::string what = m.name + " " + l.Describe();

@@ -147,10 +147,7 @@ Layer RandomLayer(const Member& m, uint32_t h, uint32_t w, std::mt19937& rng) {
 TEST(ConvTransposeFamily, EveryMemberMatchesTheReferenceOnRandomLayers) {
   std::mt19937 rng(23);
   for (const Member& m : Members()) {
-    if (!CanRun(m.isa)) {
-      GTEST_LOG_(INFO) << "skipping " << m.name << ": this processor lacks its instruction set";
-      continue;
-    }
+    if (SkipUnrunnable(m)) continue;
     for (const uint32_t h : {1u, 4u, 7u}) {
       for (const uint32_t w : {1u, 5u, 9u}) {
         const Layer l = RandomLayer(m, h, w, rng);
@@ -164,14 +161,8 @@ TEST(ConvTransposeFamily, EveryMemberMatchesTheReferenceOnRandomLayers) {
 }
 
 TEST(ConvTransposeFamily, ReferenceAndMembersMatchTorchFixtures) {
-  std::ifstream file(std::string(ZELVA_TEST_DATA_DIR) + "/convtranspose_fixture.txt");
-  ASSERT_TRUE(file.good());
-  const std::vector<float> count = ReadFixtureRow(file);
-  ASSERT_EQ(count.size(), 1u);
-  std::set<std::string> ran;
-  for (int c = 0; c < static_cast<int>(count[0]); ++c) {
-    std::string name;
-    std::getline(file, name);
+  MemberCoverage coverage;
+  ForEachFixtureCase("convtranspose_fixture.txt", [&](const std::string& name, std::istream& file) {
     const std::vector<float> f = ReadFixtureRow(file);
     ASSERT_EQ(f.size(), 16u) << name;
     Layer l;
@@ -189,14 +180,10 @@ TEST(ConvTransposeFamily, ReferenceAndMembersMatchTorchFixtures) {
     for (const Member& m : Members()) {
       if (!CanRun(m.isa) || m.make()->CheckSupport(l.Info(), nullptr) != 0) continue;
       ExpectAccuracy(RunMember(m, l), want, m.accuracy, name + " by " + m.name);
-      ran.insert(m.name);
+      coverage.Ran(m.name);
     }
-  }
-  for (const Member& m : Members()) {
-    if (CanRun(m.isa)) {
-      EXPECT_EQ(ran.count(m.name), 1u) << m.name << " ran no fixture case";
-    }
-  }
+  });
+  coverage.ExpectEachRan(Members());
 }
 
 // Each row refuses the kernel, dilation, groups and channel blocks its name does not take (never a stride but

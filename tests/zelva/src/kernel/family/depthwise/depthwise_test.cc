@@ -99,10 +99,7 @@ TEST(DepthwiseFamily, EveryMemberMatchesTheReferenceOnRandomLayers) {
   std::mt19937 rng(11);
   const uint32_t sizes[] = {1, 7, 8, 9};
   for (const Member& m : DepthwiseMembers()) {
-    if (!CanRun(m.isa)) {
-      GTEST_LOG_(INFO) << "skipping " << m.name << ": this processor lacks its instruction set";
-      continue;
-    }
+    if (SkipUnrunnable(m)) continue;
     const uint32_t lanes = Lanes(m);
     const uint32_t channels[] = {lanes == 1 ? 1u : lanes, lanes == 1 ? 5u : 2 * lanes,
                                  lanes == 1 ? 8u : 3 * lanes};
@@ -271,7 +268,7 @@ std::vector<FixtureCase> ReadFixture(const std::string& file_name) {
 // The reference against torch on every case, every row that accepts a case against the reference; and every
 // row runs at least one case.
 TEST(DepthwiseFamily, ReferenceAndMembersMatchTorchFixtures) {
-  std::set<std::string> ran;
+  MemberCoverage coverage;
   for (const char* file : {"depthwise_fixture.txt", "conv2d_fixture.txt"}) {
     for (const FixtureCase& fc : ReadFixture(file)) {
       const Layer& l = fc.layer;
@@ -282,15 +279,11 @@ TEST(DepthwiseFamily, ReferenceAndMembersMatchTorchFixtures) {
       for (const Member& m : DepthwiseMembers()) {
         if (!CanRun(m.isa) || m.make()->CheckSupport(l.Info(), nullptr) != 0) continue;
         ExpectAnyMember(m, l, want, magnitude, fc.name + " by " + m.name);
-        ran.insert(m.name);
+        coverage.Ran(m.name);
       }
     }
   }
-  for (const Member& m : DepthwiseMembers()) {
-    if (CanRun(m.isa)) {
-      EXPECT_EQ(ran.count(m.name), 1u) << m.name << " ran no fixture case";
-    }
-  }
+  coverage.ExpectEachRan(DepthwiseMembers());
 }
 
 }  // namespace

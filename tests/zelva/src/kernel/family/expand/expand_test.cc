@@ -112,10 +112,7 @@ TEST(ExpandFamily, ReferenceAndMembersMatchTorch) {
 TEST(ExpandFamily, EveryMemberMatchesTheReference) {
   uint32_t seed = 7;
   for (const Member& m : Members()) {
-    if (!CanRun(m.isa)) {
-      GTEST_LOG_(INFO) << "skipping " << m.name << ": this processor lacks its instruction set";
-      continue;
-    }
+    if (SkipUnrunnable(m)) continue;
     const uint32_t lanes = Lanes(m.layout);
     for (uint32_t mask = 0; mask < 8; ++mask) {  // bit 0: channels repeated, 1: rows, 2: columns
       if (lanes != 1 && (mask & 1)) continue;

@@ -122,10 +122,7 @@ TEST(PixelShuffleFamily, ReferenceMatchesTorch) {
 TEST(PixelShuffleFamily, EveryMemberMatchesTheReference) {
   uint32_t seed = 1;
   for (const Member& m : Members()) {
-    if (!CanRun(m.isa)) {
-      GTEST_LOG_(INFO) << "skipping " << m.name << ": this processor lacks its instruction set";
-      continue;
-    }
+    if (SkipUnrunnable(m)) continue;
     const uint32_t lanes = Lanes(m.layout);
     const std::vector<uint32_t> factors =
         m.factor != 0 ? std::vector<uint32_t>{m.factor} : std::vector<uint32_t>{1, 2, 3};

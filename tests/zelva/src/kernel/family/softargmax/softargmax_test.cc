@@ -98,10 +98,7 @@ TEST(SoftArgMaxFamily, ReferenceAndMembersMatchTorch) {
 TEST(SoftArgMaxFamily, EveryMemberIsWithinItsBoundOfTheReference) {
   uint32_t seed = 3;
   for (const Member& m : Members()) {
-    if (!CanRun(m.isa)) {
-      GTEST_LOG_(INFO) << "skipping " << m.name << ": this processor lacks its instruction set";
-      continue;
-    }
+    if (SkipUnrunnable(m)) continue;
     for (const auto& hw : {std::pair<uint32_t, uint32_t>{1, 1}, {1, 7}, {5, 3}, {9, 8}, {24, 31}}) {
       for (const float beta : {1.0f, 7.5f, -3.0f, 0.0f}) {
         for (const bool sized : {false, true}) {

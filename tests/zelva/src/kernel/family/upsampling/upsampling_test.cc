@@ -116,10 +116,7 @@ TEST(UpsamplingFamily, EveryMemberMatchesTheReferenceOnRandomLayers) {
   std::mt19937 rng(29);
   const float factors[] = {1.0f, 2.0f, 3.0f, 1.5f, 2.5f, 0.5f};
   for (const Member& m : Members()) {
-    if (!CanRun(m.isa)) {
-      GTEST_LOG_(INFO) << "skipping " << m.name << ": this processor lacks its instruction set";
-      continue;
-    }
+    if (SkipUnrunnable(m)) continue;
     int round = 0;
     for (const uint16_t mode : m.Modes()) {
       for (const uint32_t w : {1u, 3u, 4u, 7u, 9u}) {
@@ -150,14 +147,8 @@ TEST(UpsamplingFamily, EveryMemberMatchesTheReferenceOnRandomLayers) {
 }
 
 TEST(UpsamplingFamily, ReferenceAndMembersMatchTorchFixtures) {
-  std::ifstream file(std::string(ZELVA_TEST_DATA_DIR) + "/upsampling_fixture.txt");
-  ASSERT_TRUE(file.good());
-  const std::vector<float> count = ReadFixtureRow(file);
-  ASSERT_EQ(count.size(), 1u);
-  std::set<std::string> ran;
-  for (int c = 0; c < static_cast<int>(count[0]); ++c) {
-    std::string name;
-    std::getline(file, name);
+  MemberCoverage coverage;
+  ForEachFixtureCase("upsampling_fixture.txt", [&](const std::string& name, std::istream& file) {
     const std::vector<float> f = ReadFixtureRow(file);
     ASSERT_EQ(f.size(), 9u) << name;
     Layer l;
@@ -177,14 +168,10 @@ TEST(UpsamplingFamily, ReferenceAndMembersMatchTorchFixtures) {
     for (const Member& m : Members()) {
       if (!CanRun(m.isa) || l.c % m.Lanes() != 0 || m.make()->CheckSupport(l.Info(), nullptr) != 0) continue;
       ExpectAccuracy(RunMember(m, l), want, m.accuracy, name + " by " + m.name);
-      ran.insert(m.name);
+      coverage.Ran(m.name);
     }
-  }
-  for (const Member& m : Members()) {
-    if (CanRun(m.isa)) {
-      EXPECT_EQ(ran.count(m.name), 1u) << m.name << " ran no fixture case";
-    }
-  }
+  });
+  coverage.ExpectEachRan(Members());
 }
 
 TEST(UpsamplingFamily, RefusalsAndReportedMisuse) {
