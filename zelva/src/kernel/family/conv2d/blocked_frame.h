@@ -61,50 +61,35 @@ inline void PadBlocked(const float* src, uint32_t blocks, uint32_t h, uint32_t w
 void ExpandBlockedColumns(const float* src, uint32_t blocks, uint32_t h, uint32_t w, uint32_t block,
                           const Conv2dParam& param, uint32_t out_h, uint32_t out_w, float* dst);
 
-template <const Conv2dRule& kRule, const BlockedConvCore& kCore>
-struct BlockedConvPolicy : FramePolicy {
-  static constexpr const char* kName = kRule.name;
-  static constexpr uint32_t kBlock = kCore.block;
-  static constexpr bool kSquare = kRule.kernel_y == kRule.kernel_x && kRule.kernel_x != kConvAny;
+template <uint32_t kBlock>
+struct BlockedConvSteps {
   using State = BlockedConvState;
-
-  static int32_t CheckSupport(const std::shared_ptr<runtime::LayerInfo>& layer_info,
-                              const std::shared_ptr<runtime::InferenceParam>& inference_param) {
-    return CheckConv2dSupport(kRule, layer_info, inference_param);
+  using Core = BlockedConvCore;
+  static void Configure(const char* name, const std::shared_ptr<runtime::LayerInfo>& layer_info,
+                        const std::shared_ptr<runtime::Context>& context, State* state) {
+    ConfigBlockedConv(name, kBlock, layer_info, context, state);
   }
-  static void Configure(State& state, const std::shared_ptr<runtime::LayerInfo>& layer_info,
-                        const std::shared_ptr<runtime::Context>& context) {
-    ConfigBlockedConv(kName, kBlock, layer_info, context, &state);
-  }
-  static runtime::TensorShape OutputShape(const State& state, const runtime::TensorShape& input) {
-    return BlockedConvOutputShape(state.param, kBlock, kSquare, input);
+  static runtime::TensorShape OutputShape(const Conv2dRule& rule, const State& state,
+                                          const runtime::TensorShape& input) {
+    const bool square = rule.kernel_y == rule.kernel_x && rule.kernel_x != kConvAny;
+    return BlockedConvOutputShape(state.param, kBlock, square, input);
   }
   static int32_t CheckInputs(const State& state, const runtime::TensorList& inputs) {
     return CheckBlockedConvInputs(state.param, kBlock, inputs);
   }
-  static int32_t CheckOutputs(const State&, const runtime::TensorList& outputs) {
+  static int32_t CheckOutputs(const runtime::TensorList& outputs) {
     return CheckBlockedConvOutputs(kBlock, outputs);
   }
-  static void AssertRunnable(const State& state, const runtime::TensorList& inputs) {
-    AssertBlockedConvRunnable(kName, kBlock, state, inputs);
+  static void AssertRunnable(const char* name, const State& state, const runtime::TensorList& inputs) {
+    AssertBlockedConvRunnable(name, kBlock, state, inputs);
   }
-  static void Run(State& state, const runtime::TensorList& inputs, const runtime::TensorList& outputs,
-                  const std::shared_ptr<runtime::Context>& context) {
-    RunBlockedConv(kCore, state, inputs, outputs, context);
-  }
+  static constexpr auto Run = &RunBlockedConv;
 };
 
 template <>
-struct ConvFrame<ConvLayout::kC4HW4> {
-  template <const Conv2dRule& kRule, const BlockedConvCore& kCore>
-  using Policy = BlockedConvPolicy<kRule, kCore>;
-};
-
+struct ConvFrame<ConvLayout::kC4HW4> : ConvFrameOf<BlockedConvSteps<4>> {};
 template <>
-struct ConvFrame<ConvLayout::kC8HW8> {
-  template <const Conv2dRule& kRule, const BlockedConvCore& kCore>
-  using Policy = BlockedConvPolicy<kRule, kCore>;
-};
+struct ConvFrame<ConvLayout::kC8HW8> : ConvFrameOf<BlockedConvSteps<8>> {};
 
 }  // namespace kernel
 }  // namespace zelva

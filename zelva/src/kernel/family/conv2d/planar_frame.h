@@ -52,42 +52,26 @@ void RunPlanarConv(const PlanarConvCore& core, PlanarConvState& state, const run
 void PadPlanar(const float* src, uint32_t channels, uint32_t h, uint32_t w, uint32_t l, uint32_t r,
                uint32_t t, uint32_t b, float* dst);
 
-template <const Conv2dRule& kRule, const PlanarConvCore& kCore>
-struct PlanarConvPolicy : FramePolicy {
-  static constexpr const char* kName = kRule.name;
+struct PlanarConvSteps {
   using State = PlanarConvState;
-
-  static int32_t CheckSupport(const std::shared_ptr<runtime::LayerInfo>& layer_info,
-                              const std::shared_ptr<runtime::InferenceParam>& inference_param) {
-    return CheckConv2dSupport(kRule, layer_info, inference_param);
-  }
-  static void Configure(State& state, const std::shared_ptr<runtime::LayerInfo>& layer_info,
-                        const std::shared_ptr<runtime::Context>& context) {
-    ConfigPlanarConv(kName, layer_info, context, &state);
-  }
-  static runtime::TensorShape OutputShape(const State& state, const runtime::TensorShape& input) {
+  using Core = PlanarConvCore;
+  static constexpr auto Configure = &ConfigPlanarConv;
+  template <class AnyState>  // also the Winograd state
+  static runtime::TensorShape OutputShape(const Conv2dRule&, const AnyState& state,
+                                          const runtime::TensorShape& input) {
     return PlanarConvOutputShape(state.param, input);
   }
-  static int32_t CheckInputs(const State& state, const runtime::TensorList& inputs) {
+  template <class AnyState>
+  static int32_t CheckInputs(const AnyState& state, const runtime::TensorList& inputs) {
     return CheckPlanarConvInputs(state.param, inputs);
   }
-  static int32_t CheckOutputs(const State&, const runtime::TensorList& outputs) {
-    return CheckPlanarConvOutputs(outputs);
-  }
-  static void AssertRunnable(const State& state, const runtime::TensorList& inputs) {
-    AssertPlanarConvRunnable(kName, state, inputs);
-  }
-  static void Run(State& state, const runtime::TensorList& inputs, const runtime::TensorList& outputs,
-                  const std::shared_ptr<runtime::Context>& context) {
-    RunPlanarConv(kCore, state, inputs, outputs, context);
-  }
+  static constexpr auto CheckOutputs = &CheckPlanarConvOutputs;
+  static constexpr auto AssertRunnable = &AssertPlanarConvRunnable;
+  static constexpr auto Run = &RunPlanarConv;
 };
 
 template <>
-struct ConvFrame<ConvLayout::kCHW> {
-  template <const Conv2dRule& kRule, const PlanarConvCore& kCore>
-  using Policy = PlanarConvPolicy<kRule, kCore>;
-};
+struct ConvFrame<ConvLayout::kCHW> : ConvFrameOf<PlanarConvSteps> {};
 
 }  // namespace kernel
 }  // namespace zelva

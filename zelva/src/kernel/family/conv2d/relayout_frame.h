@@ -51,52 +51,36 @@ void RunRelayoutConv(const RelayoutConvCore& core, RelayoutConvState& state,
                      const runtime::TensorList& inputs, const runtime::TensorList& outputs,
                      const std::shared_ptr<runtime::Context>& context);
 
-template <ConvLayout kLayout, const Conv2dRule& kRule, const RelayoutConvCore& kCore>
-struct RelayoutConvPolicy : FramePolicy {
-  static constexpr const char* kName = kRule.name;
+template <ConvLayout kLayout>
+struct RelayoutConvSteps {
   using State = RelayoutConvState;
-
-  static int32_t CheckSupport(const std::shared_ptr<runtime::LayerInfo>& layer_info,
-                              const std::shared_ptr<runtime::InferenceParam>& inference_param) {
-    return CheckConv2dSupport(kRule, layer_info, inference_param);
+  using Core = RelayoutConvCore;
+  static void Configure(const char* name, const std::shared_ptr<runtime::LayerInfo>& layer_info,
+                        const std::shared_ptr<runtime::Context>& context, State* state) {
+    ConfigRelayoutConv(kLayout, name, layer_info, context, state);
   }
-  static void Configure(State& state, const std::shared_ptr<runtime::LayerInfo>& layer_info,
-                        const std::shared_ptr<runtime::Context>& context) {
-    ConfigRelayoutConv(kLayout, kName, layer_info, context, &state);
-  }
-  static runtime::TensorShape OutputShape(const State& state, const runtime::TensorShape& input) {
+  static runtime::TensorShape OutputShape(const Conv2dRule&, const State& state,
+                                          const runtime::TensorShape& input) {
     return RelayoutConvOutputShape(kLayout, state.param, input);
   }
   static int32_t CheckInputs(const State& state, const runtime::TensorList& inputs) {
     return CheckRelayoutConvInputs(kLayout, state.param, inputs);
   }
-  static int32_t CheckOutputs(const State&, const runtime::TensorList& outputs) {
+  static int32_t CheckOutputs(const runtime::TensorList& outputs) {
     return CheckRelayoutConvOutputs(kLayout, outputs);
   }
-  static void AssertRunnable(const State& state, const runtime::TensorList& inputs) {
-    AssertRelayoutConvRunnable(kLayout, kName, state, inputs);
+  static void AssertRunnable(const char* name, const State& state, const runtime::TensorList& inputs) {
+    AssertRelayoutConvRunnable(kLayout, name, state, inputs);
   }
-  static void Run(State& state, const runtime::TensorList& inputs, const runtime::TensorList& outputs,
-                  const std::shared_ptr<runtime::Context>& context) {
-    RunRelayoutConv(kCore, state, inputs, outputs, context);
-  }
+  static constexpr auto Run = &RunRelayoutConv;
 };
 
 template <>
-struct ConvFrame<ConvLayout::kCHWToC4HW4> {
-  template <const Conv2dRule& kRule, const RelayoutConvCore& kCore>
-  using Policy = RelayoutConvPolicy<ConvLayout::kCHWToC4HW4, kRule, kCore>;
-};
+struct ConvFrame<ConvLayout::kCHWToC4HW4> : ConvFrameOf<RelayoutConvSteps<ConvLayout::kCHWToC4HW4>> {};
 template <>
-struct ConvFrame<ConvLayout::kCHWToC8HW8> {
-  template <const Conv2dRule& kRule, const RelayoutConvCore& kCore>
-  using Policy = RelayoutConvPolicy<ConvLayout::kCHWToC8HW8, kRule, kCore>;
-};
+struct ConvFrame<ConvLayout::kCHWToC8HW8> : ConvFrameOf<RelayoutConvSteps<ConvLayout::kCHWToC8HW8>> {};
 template <>
-struct ConvFrame<ConvLayout::kC8HW8ToCHW> {
-  template <const Conv2dRule& kRule, const RelayoutConvCore& kCore>
-  using Policy = RelayoutConvPolicy<ConvLayout::kC8HW8ToCHW, kRule, kCore>;
-};
+struct ConvFrame<ConvLayout::kC8HW8ToCHW> : ConvFrameOf<RelayoutConvSteps<ConvLayout::kC8HW8ToCHW>> {};
 
 }  // namespace kernel
 }  // namespace zelva

@@ -88,6 +88,48 @@ struct ConvFrame;
 int32_t CheckConv2dSupport(const Conv2dRule& rule, const std::shared_ptr<runtime::LayerInfo>& layer_info,
                            const std::shared_ptr<runtime::InferenceParam>& inference_param);
 
+// The policy of every convolution member. The rule's support check is common to all; a frame gives the rest
+// as `Steps`, a struct of static functions over its State: Configure(name, layer_info, context, state*),
+// OutputShape(rule, state, input), CheckInputs(state, inputs), CheckOutputs(outputs), AssertRunnable(name,
+// state, inputs) and Run(core, state, inputs, outputs, context).
+template <const Conv2dRule& kRule, class Steps, const typename Steps::Core& kCore>
+struct ConvPolicy : FramePolicy {
+  static constexpr const char* kName = kRule.name;
+  using State = typename Steps::State;
+
+  static int32_t CheckSupport(const std::shared_ptr<runtime::LayerInfo>& layer_info,
+                              const std::shared_ptr<runtime::InferenceParam>& inference_param) {
+    return CheckConv2dSupport(kRule, layer_info, inference_param);
+  }
+  static void Configure(State& state, const std::shared_ptr<runtime::LayerInfo>& layer_info,
+                        const std::shared_ptr<runtime::Context>& context) {
+    Steps::Configure(kName, layer_info, context, &state);
+  }
+  static runtime::TensorShape OutputShape(const State& state, const runtime::TensorShape& input) {
+    return Steps::OutputShape(kRule, state, input);
+  }
+  static int32_t CheckInputs(const State& state, const runtime::TensorList& inputs) {
+    return Steps::CheckInputs(state, inputs);
+  }
+  static int32_t CheckOutputs(const State&, const runtime::TensorList& outputs) {
+    return Steps::CheckOutputs(outputs);
+  }
+  static void AssertRunnable(const State& state, const runtime::TensorList& inputs) {
+    Steps::AssertRunnable(kName, state, inputs);
+  }
+  static void Run(State& state, const runtime::TensorList& inputs, const runtime::TensorList& outputs,
+                  const std::shared_ptr<runtime::Context>& context) {
+    Steps::Run(kCore, state, inputs, outputs, context);
+  }
+};
+
+// A frame made of its steps: `ConvFrame<layout> : ConvFrameOf<Steps>`.
+template <class Steps>
+struct ConvFrameOf {
+  template <const Conv2dRule& kRule, const typename Steps::Core& kCore>
+  using Policy = ConvPolicy<kRule, Steps, kCore>;
+};
+
 }  // namespace kernel
 }  // namespace zelva
 

@@ -41,42 +41,17 @@ void RunWinogradConv(const WinogradConvCore& core, WinogradConvState& state,
                      const runtime::TensorList& inputs, const runtime::TensorList& outputs,
                      const std::shared_ptr<runtime::Context>& context);
 
-template <const Conv2dRule& kRule, const WinogradConvCore& kCore>
-struct WinogradConvPolicy : FramePolicy {
-  static constexpr const char* kName = kRule.name;
+// The planar steps but for configuring, checking the weights and running.
+struct WinogradConvSteps : PlanarConvSteps {
   using State = WinogradConvState;
-
-  static int32_t CheckSupport(const std::shared_ptr<runtime::LayerInfo>& layer_info,
-                              const std::shared_ptr<runtime::InferenceParam>& inference_param) {
-    return CheckConv2dSupport(kRule, layer_info, inference_param);
-  }
-  static void Configure(State& state, const std::shared_ptr<runtime::LayerInfo>& layer_info,
-                        const std::shared_ptr<runtime::Context>& context) {
-    ConfigWinogradConv(kName, layer_info, context, &state);
-  }
-  static runtime::TensorShape OutputShape(const State& state, const runtime::TensorShape& input) {
-    return PlanarConvOutputShape(state.param, input);
-  }
-  static int32_t CheckInputs(const State& state, const runtime::TensorList& inputs) {
-    return CheckPlanarConvInputs(state.param, inputs);
-  }
-  static int32_t CheckOutputs(const State&, const runtime::TensorList& outputs) {
-    return CheckPlanarConvOutputs(outputs);
-  }
-  static void AssertRunnable(const State& state, const runtime::TensorList& inputs) {
-    AssertWinogradConvRunnable(kName, state, inputs);
-  }
-  static void Run(State& state, const runtime::TensorList& inputs, const runtime::TensorList& outputs,
-                  const std::shared_ptr<runtime::Context>& context) {
-    RunWinogradConv(kCore, state, inputs, outputs, context);
-  }
+  using Core = WinogradConvCore;
+  static constexpr auto Configure = &ConfigWinogradConv;
+  static constexpr auto AssertRunnable = &AssertWinogradConvRunnable;
+  static constexpr auto Run = &RunWinogradConv;
 };
 
 template <>
-struct ConvFrame<ConvLayout::kWinogradCHW> {
-  template <const Conv2dRule& kRule, const WinogradConvCore& kCore>
-  using Policy = WinogradConvPolicy<kRule, kCore>;
-};
+struct ConvFrame<ConvLayout::kWinogradCHW> : ConvFrameOf<WinogradConvSteps> {};
 
 }  // namespace kernel
 }  // namespace zelva

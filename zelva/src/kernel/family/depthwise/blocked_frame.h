@@ -1,6 +1,6 @@
 // The frame of the blocked depthwise members (C4HW4, C8HW8), and the frame of each layout of the depthwise
 // list: DepthwiseFrame<layout>::Policy<rule, core>. Planar rows run on the planar convolution frame; blocked
-// rows on BlockedDepthwisePolicy:
+// rows on the blocked depthwise steps:
 //
 //   Config         the record; the weights [groups, 1, 1, K, K] repacked into the channel-blocked order
 //                  G4NCHW4g or G8NCHW8g ([groups / lanes, 1, 1, K, K, lanes]); the bias kept as it comes
@@ -49,34 +49,30 @@ void RunBlockedDepthwise(const BlockedDepthwiseCore& core, uint32_t lanes, Block
                          const runtime::TensorList& inputs, const runtime::TensorList& outputs,
                          const std::shared_ptr<runtime::Context>& context);
 
-template <const Conv2dRule& kRule, const BlockedDepthwiseCore& kCore, uint32_t kLanes>
-struct BlockedDepthwisePolicy : FramePolicy {
-  static constexpr const char* kName = kRule.name;
+template <uint32_t kLanes>
+struct BlockedDepthwiseSteps {
   using State = BlockedDepthwiseState;
-
-  static int32_t CheckSupport(const std::shared_ptr<runtime::LayerInfo>& layer_info,
-                              const std::shared_ptr<runtime::InferenceParam>& inference_param) {
-    return CheckConv2dSupport(kRule, layer_info, inference_param);
+  using Core = BlockedDepthwiseCore;
+  static void Configure(const char* name, const std::shared_ptr<runtime::LayerInfo>& layer_info,
+                        const std::shared_ptr<runtime::Context>& context, State* state) {
+    ConfigBlockedDepthwise(name, kLanes, layer_info, context, state);
   }
-  static void Configure(State& state, const std::shared_ptr<runtime::LayerInfo>& layer_info,
-                        const std::shared_ptr<runtime::Context>& context) {
-    ConfigBlockedDepthwise(kName, kLanes, layer_info, context, &state);
-  }
-  static runtime::TensorShape OutputShape(const State& state, const runtime::TensorShape& input) {
+  static runtime::TensorShape OutputShape(const Conv2dRule&, const State& state,
+                                          const runtime::TensorShape& input) {
     return BlockedDepthwiseOutputShape(state.param, kLanes, input);
   }
   static int32_t CheckInputs(const State& state, const runtime::TensorList& inputs) {
     return CheckBlockedDepthwiseInputs(state.param, kLanes, inputs);
   }
-  static int32_t CheckOutputs(const State&, const runtime::TensorList& outputs) {
+  static int32_t CheckOutputs(const runtime::TensorList& outputs) {
     return CheckBlockedDepthwiseOutputs(kLanes, outputs);
   }
-  static void AssertRunnable(const State& state, const runtime::TensorList& inputs) {
-    AssertBlockedDepthwiseRunnable(kName, kLanes, state, inputs);
+  static void AssertRunnable(const char* name, const State& state, const runtime::TensorList& inputs) {
+    AssertBlockedDepthwiseRunnable(name, kLanes, state, inputs);
   }
-  static void Run(State& state, const runtime::TensorList& inputs, const runtime::TensorList& outputs,
-                  const std::shared_ptr<runtime::Context>& context) {
-    RunBlockedDepthwise(kCore, kLanes, state, inputs, outputs, context);
+  static void Run(const Core& core, State& state, const runtime::TensorList& inputs,
+                  const runtime::TensorList& outputs, const std::shared_ptr<runtime::Context>& context) {
+    RunBlockedDepthwise(core, kLanes, state, inputs, outputs, context);
   }
 };
 
@@ -84,20 +80,11 @@ template <ConvLayout L>
 struct DepthwiseFrame;
 
 template <>
-struct DepthwiseFrame<ConvLayout::kCHW> {
-  template <const Conv2dRule& kRule, const PlanarConvCore& kCore>
-  using Policy = PlanarConvPolicy<kRule, kCore>;
-};
+struct DepthwiseFrame<ConvLayout::kCHW> : ConvFrameOf<PlanarConvSteps> {};
 template <>
-struct DepthwiseFrame<ConvLayout::kC4HW4> {
-  template <const Conv2dRule& kRule, const BlockedDepthwiseCore& kCore>
-  using Policy = BlockedDepthwisePolicy<kRule, kCore, 4>;
-};
+struct DepthwiseFrame<ConvLayout::kC4HW4> : ConvFrameOf<BlockedDepthwiseSteps<4>> {};
 template <>
-struct DepthwiseFrame<ConvLayout::kC8HW8> {
-  template <const Conv2dRule& kRule, const BlockedDepthwiseCore& kCore>
-  using Policy = BlockedDepthwisePolicy<kRule, kCore, 8>;
-};
+struct DepthwiseFrame<ConvLayout::kC8HW8> : ConvFrameOf<BlockedDepthwiseSteps<8>> {};
 
 }  // namespace kernel
 }  // namespace zelva
