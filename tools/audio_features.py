@@ -63,8 +63,8 @@ def spectrum(x):
     return np.fft.rfft(frames(x), n=FFT_SIZE, axis=1)
 
 
-def band_energy(spec):
-    power = spec.real.astype(np.float64) ** 2 + spec.imag.astype(np.float64) ** 2
+def band_energy(stft):
+    power = stft.real.astype(np.float64) ** 2 + stft.imag.astype(np.float64) ** 2
     return power @ BAND_WEIGHTS.T.astype(np.float64)
 
 
@@ -90,8 +90,8 @@ def bin_gains(band_gains):
 
 def synthesize(x, band_gains):
     """Applies [T, 80] gains to x and overlap-adds; output sample n is input sample n - 160."""
-    spec = spectrum(x)
-    y = np.fft.irfft(spec * bin_gains(band_gains), n=FFT_SIZE, axis=1).astype(np.float32) * WINDOW
+    stft = spectrum(x)
+    y = np.fft.irfft(stft * bin_gains(band_gains), n=FFT_SIZE, axis=1).astype(np.float32) * WINDOW
     t = len(y)
     out = np.zeros((t + 1) * HOP, np.float32)
     for i in range(t):
