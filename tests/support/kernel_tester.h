@@ -147,6 +147,26 @@ inline std::vector<float> ReadFixtureRow(std::istream& in) {
   return values;
 }
 
+// A member row as the testers of families without a rule of their own see it; ZV_PLAIN_MEMBERS(LIST) gives
+// every row of a member list (rows start group, isa, class, accuracy).
+struct PlainMember {
+  std::string name;
+  zelva::kernel::Isa isa;
+  zelva::kernel::Accuracy accuracy;
+  std::shared_ptr<zelva::runtime::IKernel> (*make)();
+};
+#define ZV_TEST_PLAIN_MEMBER(group, isa, cls, accuracy, ...)                                          \
+  members.push_back({#cls, ::zelva::kernel::Isa::isa, accuracy, [] {                                  \
+                       return std::shared_ptr<::zelva::runtime::IKernel>(new ::zelva::kernel::cls()); \
+                     }});
+#define ZV_PLAIN_MEMBERS(LIST)                                        \
+  [] {                                                                \
+    using namespace ::zelva::kernel; /* the rows' accuracy classes */ \
+    std::vector<::zvtest::PlainMember> members;                       \
+    LIST(ZV_TEST_PLAIN_MEMBER)                                        \
+    return members;                                                   \
+  }()
+
 // A fixture file in tests/data/: a row holding the number of cases, then per case a line with its name and
 // the case's own rows, which `read_case(name, file)` reads.
 template <class ReadCase>

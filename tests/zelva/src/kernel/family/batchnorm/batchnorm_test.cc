@@ -21,20 +21,10 @@ namespace {
 using runtime::DataType;
 using runtime::Layout;
 
-struct Member {
-  std::string name;
-  Isa isa;
-  Accuracy accuracy;
-  std::function<std::shared_ptr<runtime::IKernel>()> make;
-};
+using Member = zvtest::PlainMember;
 
 std::vector<Member> AllMembers() {
-  std::vector<Member> members;
-#define ZV_TEST_MEMBER(group, isa, cls, accuracy) \
-  members.push_back({#cls, Isa::isa, accuracy, [] { return std::shared_ptr<runtime::IKernel>(new cls()); }});
-  ZV_BATCHNORM_MEMBERS(ZV_TEST_MEMBER)
-#undef ZV_TEST_MEMBER
-  return members;
+  return ZV_PLAIN_MEMBERS(ZV_BATCHNORM_MEMBERS);
 }
 
 struct Layer {

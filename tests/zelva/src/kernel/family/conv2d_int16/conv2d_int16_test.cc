@@ -25,22 +25,10 @@ namespace runtime = zelva::runtime;
 using zelva::kernel::Conv2dInt16Reference;
 using zelva::kernel::RelayoutReference;
 
-struct Member {
-  std::string name;
-  zelva::kernel::Isa isa;
-  zelva::kernel::Accuracy accuracy;
-  std::shared_ptr<runtime::IKernel> (*make)();
-};
+using Member = PlainMember;
 
 std::vector<Member> Members() {
-  using zelva::kernel::kBitExact;
-  std::vector<Member> members;
-#define ZV_TEST_INT16_MEMBER(group, isa, cls, accuracy, core) \
-  members.push_back({#cls, zelva::kernel::Isa::isa, accuracy, \
-                     [] { return std::shared_ptr<runtime::IKernel>(new zelva::kernel::cls()); }});
-  ZV_CONV2D_INT16_MEMBERS(ZV_TEST_INT16_MEMBER)
-#undef ZV_TEST_INT16_MEMBER
-  return members;
+  return ZV_PLAIN_MEMBERS(ZV_CONV2D_INT16_MEMBERS);
 }
 
 struct Layer {

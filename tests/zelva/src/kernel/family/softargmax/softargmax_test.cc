@@ -23,22 +23,10 @@ namespace runtime = zelva::runtime;
 using zelva::kernel::SoftArgMaxArgs;
 using zelva::kernel::SoftArgMaxReference;
 
-struct Member {
-  std::string name;
-  zelva::kernel::Isa isa;
-  zelva::kernel::Accuracy accuracy;
-  std::shared_ptr<runtime::IKernel> (*make)();
-};
+using Member = PlainMember;
 
 std::vector<Member> Members() {
-  using zelva::kernel::Within;
-  std::vector<Member> members;
-#define ZV_TEST_SAM_MEMBER(group, isa, cls, accuracy, core)   \
-  members.push_back({#cls, zelva::kernel::Isa::isa, accuracy, \
-                     [] { return std::shared_ptr<runtime::IKernel>(new zelva::kernel::cls()); }});
-  ZV_SOFTARGMAX_MEMBERS(ZV_TEST_SAM_MEMBER)
-#undef ZV_TEST_SAM_MEMBER
-  return members;
+  return ZV_PLAIN_MEMBERS(ZV_SOFTARGMAX_MEMBERS);
 }
 
 std::shared_ptr<runtime::SoftArgMaxInfo> Info(float beta, std::vector<uint16_t> size = {}) {

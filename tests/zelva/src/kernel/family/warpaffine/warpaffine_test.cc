@@ -24,22 +24,10 @@ using zelva::kernel::WarpPadding;
 const char* const kModes[] = {"bilinear", "nearest"};
 const char* const kPads[] = {"zeros", "border", "reflection"};
 
-struct Member {
-  std::string name;
-  zelva::kernel::Isa isa;
-  zelva::kernel::Accuracy accuracy;
-  std::shared_ptr<runtime::IKernel> (*make)();
-};
+using Member = PlainMember;
 
 std::vector<Member> Members() {
-  using zelva::kernel::kBitExact;
-  std::vector<Member> members;
-#define ZV_TEST_WARP_MEMBER(group, isa, cls, accuracy, core)  \
-  members.push_back({#cls, zelva::kernel::Isa::isa, accuracy, \
-                     [] { return std::shared_ptr<runtime::IKernel>(new zelva::kernel::cls()); }});
-  ZV_WARPAFFINE_MEMBERS(ZV_TEST_WARP_MEMBER)
-#undef ZV_TEST_WARP_MEMBER
-  return members;
+  return ZV_PLAIN_MEMBERS(ZV_WARPAFFINE_MEMBERS);
 }
 
 std::shared_ptr<runtime::WarpAffineInfo> Info(const std::string& mode, const std::string& pad, bool align) {
