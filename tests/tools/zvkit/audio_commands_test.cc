@@ -77,7 +77,9 @@ struct Outcome {
 };
 
 Outcome Zvkit(const std::string& arguments) {
-  const std::string out = Path("stdout.txt"), err = Path("stderr.txt");
+  // ctest runs the tests of this file side by side: each keeps its own capture files.
+  const std::string test = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+  const std::string out = Path(test + ".stdout"), err = Path(test + ".stderr");
   const int raw = std::system((std::string(ZVKIT) + " " + arguments + " >" + out + " 2>" + err).c_str());
   return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, ReadText(out), ReadText(err)};
 }
@@ -186,7 +188,7 @@ TEST_F(AudioCommands, UnitGainsGiveTheInputBackInTime) {
     ASSERT_NEAR(back.samples[n], native.samples[n], 1e-5f) << n;
 
   const Outcome r = Zvkit("denoise " + Path("other.wav") + " " + Path("out_other.wav") + kUnitModel +
-                      " --reference " + Path("other.wav"));
+                          " --reference " + Path("other.wav"));
   ASSERT_EQ(r.status, 0) << r.err;
   double in_db = 0, out_db = 0, gain_db = 0;
   ASSERT_EQ(std::sscanf(r.out.c_str(), "SI-SDR input %lf dB, output %lf dB, improvement %lf dB", &in_db,
