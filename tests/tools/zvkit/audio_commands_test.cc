@@ -178,25 +178,29 @@ TEST_F(AudioCommands, TruncatedDataAndNaNSamplesAreReadAsFarAsTheyGo) {
 // With a network that gives every band the gain 1, the host's output is its input: the delay is taken out,
 // and at another rate the two conversions give the input back up to their filters.
 TEST_F(AudioCommands, UnitGainsGiveTheInputBackInTime) {
-  const Audio native = Tone(16000, 1, 0.9), other = Tone(44100, 2, 0.6);
+  const Audio native = Tone(16000, 1, 0.9);
   WriteAudio("native.wav", native);
-  WriteAudio("other.wav", other);
   ASSERT_EQ(Zvkit("denoise " + Path("native.wav") + " " + Path("out_native.wav") + kUnitModel).status, 0);
   const Audio back = ReadAudio("out_native.wav");
   ASSERT_EQ(back.frames(), native.frames());
   for (size_t n = 0; n < back.samples.size(); ++n)
     ASSERT_NEAR(back.samples[n], native.samples[n], 1e-5f) << n;
 
-  const Outcome r = Zvkit("denoise " + Path("other.wav") + " " + Path("out_other.wav") + kUnitModel +
-                          " --reference " + Path("other.wav"));
-  ASSERT_EQ(r.status, 0) << r.err;
-  double in_db = 0, out_db = 0, gain_db = 0;
-  ASSERT_EQ(std::sscanf(r.out.c_str(), "SI-SDR input %lf dB, output %lf dB, improvement %lf dB", &in_db,
-                        &out_db, &gain_db),
-            3)
-      << r.out;
-  EXPECT_TRUE(std::isinf(in_db));
-  EXPECT_GT(out_db, 30.0);
+  // Through the converters and back: the SI-SDR against the input would fall far with a shift of a sample.
+  for (const Audio& other : {Tone(44100, 2, 0.6), Tone(8000, 1, 0.6), Tone(96000, 1, 0.6)}) {
+    SCOPED_TRACE(other.rate);
+    WriteAudio("other.wav", other);
+    const Outcome r = Zvkit("denoise " + Path("other.wav") + " " + Path("out_other.wav") + kUnitModel +
+                            " --reference " + Path("other.wav"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    double in_db = 0, out_db = 0, gain_db = 0;
+    ASSERT_EQ(std::sscanf(r.out.c_str(), "SI-SDR input %lf dB, output %lf dB, improvement %lf dB", &in_db,
+                          &out_db, &gain_db),
+              3)
+        << r.out;
+    EXPECT_TRUE(std::isinf(in_db));
+    EXPECT_GT(out_db, 30.0);
+  }
 }
 
 TEST_F(AudioCommands, RawStreamsGoThroughHopByHop) {
