@@ -1,5 +1,6 @@
 // zvkit denoise: a recording or a live stream through the denoiser. Each channel is its own stream with its
 // own engine: resampled to 16 kHz, denoised hop by hop, resampled back, the denoiser's delay taken out.
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -110,6 +111,18 @@ class ReferenceScore {
   std::vector<float> clean_;
 };
 
+// Moves the first `count` samples of every channel into `interleaved` frames (silence where one is short).
+void TakeFrames(std::vector<std::vector<float>>* channels, size_t count, std::vector<float>* interleaved) {
+  const size_t nch = channels->size();
+  interleaved->assign(count * nch, 0.0f);
+  for (size_t c = 0; c < nch; ++c) {
+    std::vector<float>& samples = (*channels)[c];
+    const size_t have = std::min(count, samples.size());
+    for (size_t i = 0; i < have; ++i) (*interleaved)[i * nch + c] = samples[i];
+    samples.erase(samples.begin(), samples.begin() + have);
+  }
+}
+
 }  // namespace
 
 int CmdDenoise(const std::vector<std::string>& args) {
@@ -185,17 +198,12 @@ int CmdDenoise(const std::vector<std::string>& args) {
       return 1;
     }
     // Every channel gives the same count; the output never runs ahead of the input (the converters' rounding
-    // at the end is trimmed, and a sample short is made up with silence below).
+    // at the end is trimmed, and a sample short is made up with silence).
     size_t ready = pending[0].size();
     for (const auto& p : pending) ready = std::min(ready, p.size());
     ready = static_cast<size_t>(std::min<int64_t>(static_cast<int64_t>(ready), read - written));
     if (end) ready = static_cast<size_t>(read - written);
-    interleaved.assign(ready * nch, 0.0f);
-    for (int c = 0; c < nch; ++c) {
-      const size_t have = std::min(ready, pending[c].size());
-      for (size_t i = 0; i < have; ++i) interleaved[i * nch + c] = pending[c][i];
-      pending[c].erase(pending[c].begin(), pending[c].begin() + have);
-    }
+    TakeFrames(&pending, ready, &interleaved);
     ok = out.Write(interleaved.data(), ready);
     if (score) score->AddOutput(interleaved.data(), ready);
     written += static_cast<int64_t>(ready);
