@@ -51,6 +51,10 @@ bool ParseDenoiseOptions(const std::vector<std::string>& args, DenoiseOptions* o
   }
   o->in = positional[0];
   o->out = positional[1];
+  if (o->in == o->out && o->in != "-") {
+    *error = "OUT would overwrite IN while it is read";
+    return false;
+  }
   return true;
 }
 
