@@ -9,6 +9,7 @@ pkgs=(
   clang libclang-rt-14-dev
   rapidjson-dev libimath-dev libopenblas-serial-dev libsleef-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  libkissfft-dev libsndfile1-dev libsamplerate0-dev libfftw3-dev
   binutils
 )
 if [ "${WITH_TORCH:-0}" = 1 ]; then pkgs+=(python3-torch python3-numpy); fi

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds and runs every test: the normal build (unit, API and packaging tests), then the unit and API tests
-# once more under AddressSanitizer and UndefinedBehaviorSanitizer, then the threaded API tests (named
-# Threads...) under ThreadSanitizer.
+# Builds and runs every test: the normal build (unit, API, audio host and packaging tests), then the unit, API
+# and audio host library tests once more under AddressSanitizer and UndefinedBehaviorSanitizer, then the
+# threaded API tests (named Threads...) under ThreadSanitizer.
 #   bash scripts/test.sh                 everything (what CI runs)
 #   bash scripts/test.sh --quick         the normal build only
 set -euo pipefail
@@ -21,11 +21,11 @@ ctest --test-dir build -j"$jobs" --output-on-failure --timeout 600
 if [ "$quick" = 0 ]; then
   echo "== build (AddressSanitizer + UndefinedBehaviorSanitizer)"
   cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DZELVA_SANITIZE=ON -DZELVA_BUILD_BENCH=OFF >/dev/null
-  cmake --build build-asan -j"$jobs" --target zelva_unit_tests zelva_api_tests
+  cmake --build build-asan -j"$jobs" --target zelva_unit_tests zelva_api_tests zelva_audio_tests
   echo "== tests under sanitizers"
   export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:detect_stack_use_after_return=1
   export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-  ctest --test-dir build-asan -j"$jobs" --output-on-failure --timeout 900 -L 'unit|api'
+  ctest --test-dir build-asan -j"$jobs" --output-on-failure --timeout 900 -L 'unit|api|audio'
 
   echo "== build (ThreadSanitizer, API tests only)"
   cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZELVA_SANITIZE_THREAD=ON \

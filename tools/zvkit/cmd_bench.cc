@@ -102,7 +102,7 @@ int CmdBench(const std::vector<std::string>& args) {
     return 2;
   }
   size_t in_floats = 0, out_floats = 0;
-  if (!BlockSizes(o.model, o.config, o.fused, &in_floats, &out_floats, &error)) {
+  if (!BlockSizes(o.model, o.config, o.fused, false, &in_floats, &out_floats, &error)) {
     std::fprintf(stderr, "zvkit bench: %s\n", error.c_str());
     return 1;
   }

@@ -91,8 +91,8 @@ bool ParseRunOptions(const std::vector<std::string>& args, RunOptions* o, std::s
 
 }  // namespace
 
-bool BlockSizes(const std::string& model_path, const std::string& config_path, bool fused, size_t* in_floats,
-                size_t* out_floats, std::string* error) {
+bool BlockSizes(const std::string& model_path, const std::string& config_path, bool fused, bool vad,
+                size_t* in_floats, size_t* out_floats, std::string* error) {
   using namespace zelva::runtime;
   // The library's failures come back as its own words (its error line), not as a decorated exception text.
   bool ok = false;
@@ -104,7 +104,12 @@ bool BlockSizes(const std::string& model_path, const std::string& config_path, b
           auto format = [](const std::string& p) {
             return zelva::utility::EndsWithChecked(p, ".json") ? "json" : "bin";
           };
-          model->FromFile(model_path, format(model_path));
+          // Binary weights at the precision the engine reads: the VAD engine fp32, the denoise engine fp16.
+          if (std::string(format(model_path)) == "json") {
+            model->FromFile(model_path, "json");
+          } else {
+            model->FromBin(model_path, vad ? "fp32" : "fp16");
+          }
           if (fused) {
             *in_floats = kFusedInputFloats;
             *out_floats = kFusedOutputFloats;
@@ -177,7 +182,7 @@ int CmdRun(const std::vector<std::string>& args) {
     return 2;
   }
   size_t in_floats = 0, out_floats = 0;
-  if (!BlockSizes(o.model, o.config, o.fused, &in_floats, &out_floats, &error)) {
+  if (!BlockSizes(o.model, o.config, o.fused, o.engine == "vad", &in_floats, &out_floats, &error)) {
     std::fprintf(stderr, "zvkit run: %s\n", error.c_str());
     return 1;
   }

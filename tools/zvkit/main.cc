@@ -65,6 +65,49 @@ const std::vector<Command>& Commands() {
        "progress line every 1000 blocks and a summary: blocks, mean and p99 time per block. --compare reads\n"
        "the outputs of another run (e.g. the other path) and prints the largest difference from them.\n",
        &CmdRun},
+      {"denoise", "denoise a recording or a live stream (WAV and the other formats libsndfile reads, or raw)",
+       "usage: zvkit denoise IN OUT [--model M --config C] [--fused] [--reference CLEAN] [--quiet]\n"
+       "\n"
+       "Reads IN (any format libsndfile reads) and writes the denoised audio to OUT as WAV, at IN's rate "
+       "and\n"
+       "channel count, time-aligned with IN (the 10 ms delay of the denoiser taken out) and of the same "
+       "length;\n"
+       "float samples when IN holds float samples, 16-bit PCM otherwise. Each channel is its own stream with "
+       "its\n"
+       "own engine: resampled to 16 kHz, denoised hop by hop (10 ms), resampled back. Files are read and\n"
+       "written in chunks, so any length takes the same memory.\n"
+       "IN or OUT \"-\" is raw 16-bit little-endian mono PCM at 16 kHz on stdin / stdout, processed a hop at "
+       "a\n"
+       "time and flushed, for live use:\n"
+       "  arecord -f S16_LE -r 16000 -c 1 | zvkit denoise - - | aplay -f S16_LE -r 16000 -c 1\n"
+       "Output samples are clamped to full scale; input samples that are not numbers are read as 0 (one "
+       "warning).\n"
+       "--model/--config: the network (1 x 7 x 80 block in, 80 band gains out); default models/denoise.zvmod "
+       "and\n"
+       "models/denoise.cfg.json of the source tree, or of the folder $ZVKIT_MODELS. --fused: the hand-fused "
+       "path.\n"
+       "--reference CLEAN: a clean recording at IN's rate and channel count; prints\n"
+       "  SI-SDR input X dB, output Y dB, improvement Z dB\n"
+       "A progress bar shows on a terminal for inputs over 5 s (not with --quiet). At the end, on stderr,\n"
+       "  real-time factor R   (processing time, reading excluded, over the audio's duration)\n"
+       "Exits 1 with one line on stderr when IN cannot be read or OUT cannot be written.\n",
+       &CmdDenoise},
+      {"vad", "print where a recording or a live stream holds speech, and the per-hop probabilities",
+       "usage: zvkit vad IN [--model M --config C] [--threshold T] [--hangover MS] [--csv PATH] [--quiet]\n"
+       "\n"
+       "Reads IN (any format libsndfile reads, or \"-\" for raw 16-bit little-endian mono PCM at 16 kHz on\n"
+       "stdin), mixes its channels to one, resamples to 16 kHz and runs the VAD network every 10 ms hop. "
+       "Prints\n"
+       "one line per speech segment on stdout, start and end in seconds:\n"
+       "  0.52 1.87\n"
+       "A hop is speech when its probability reaches --threshold (default 0.5); speech lasts --hangover\n"
+       "milliseconds (default 200) beyond its last such hop, which also bridges shorter gaps.\n"
+       "--csv PATH writes time,probability with one row per hop (time: the hop's start in seconds); --csv -\n"
+       "writes those rows to stdout instead of the segments.\n"
+       "--model/--config: the network (1 x 1 x 80 features in, 1 probability out); default models/vad.zvmod\n"
+       "and models/vad.cfg.json of the source tree, or of the folder $ZVKIT_MODELS.\n"
+       "At the end, on stderr: real-time factor R. Exits 1 with one line on stderr when IN cannot be read.\n",
+       &CmdVad},
       {"kernels", "list the registered kernel names by registration group",
        "usage: zvkit kernels\n"
        "\n"

@@ -29,10 +29,13 @@ int CmdRun(const std::vector<std::string>& args);
 int CmdKernels(const std::vector<std::string>& args);
 int CmdBench(const std::vector<std::string>& args);
 int CmdCheck(const std::vector<std::string>& args);
+int CmdDenoise(const std::vector<std::string>& args);
+int CmdVad(const std::vector<std::string>& args);
 
 // Floats per input block and per output block of an engine made from these files (cmd_run.cc): 7 x 80 and 80
-// on the fused path; on the generic path the model's base size and the size of the net's first output.
-bool BlockSizes(const std::string& model_path, const std::string& config_path, bool fused, size_t* in_floats,
-                size_t* out_floats, std::string* error);
+// on the fused path; on the generic path the model's base size and the size of the net's first output. A
+// binary model is read at the precision of its engine (vad: fp32, denoise: fp16).
+bool BlockSizes(const std::string& model_path, const std::string& config_path, bool fused, bool vad,
+                size_t* in_floats, size_t* out_floats, std::string* error);
 
 }  // namespace zvkit
