@@ -128,8 +128,8 @@ class StoiTest(unittest.TestCase):
         self.assertAlmostEqual(upper[14], 4276.0, delta=1.0)
         np.testing.assert_allclose(upper[:-1], lower[1:])  # neighbours share an edge
         np.testing.assert_allclose(upper / lower, 2 ** (1 / 3))
-        # Bins (19.53 Hz apart at 10 kHz / 512 points): band 0 takes bins 7..8 (136.7 and 156.3 Hz; edges 133.6 and 168.4), the last
-        # band (3394 to 4276 Hz) bins 174..218; no bin in two bands, none below 7 or above 218.
+        # Bins (19.53 Hz apart at 10 kHz / 512 points): band 0 (133.6 to 168.4 Hz) takes bins 7..8 (136.7 and
+        # 156.3 Hz), the last band (3394 to 4276 Hz) bins 174..218; no bin in two bands, none outside 7..218.
         self.assertEqual(list(np.nonzero(matrix[0])[0]), [7, 8])
         self.assertEqual(np.nonzero(matrix[14])[0][[0, -1]].tolist(), [174, 218])
         self.assertTrue(np.all(matrix.sum(axis=0) <= 1))
@@ -157,6 +157,19 @@ class VadScoresTest(unittest.TestCase):
         s = metrics.vad_scores([1, 1], [1, 1])
         self.assertTrue(math.isnan(s["false_alarm"]))
         self.assertAlmostEqual(s["f1"], 1.0)
+
+
+class AlignTest(unittest.TestCase):
+    def test_recovers_a_delay(self):
+        import quality
+
+        noisy = add_noise(speech_like(1.0), 0.0)
+        for lag in (0, 96, 480):
+            delayed = np.concatenate([np.zeros(lag), 0.5 * noisy])[:len(noisy)]
+            aligned, found = quality.align(noisy, delayed)
+            self.assertEqual(found, lag)
+            self.assertEqual(len(aligned), len(noisy))
+            np.testing.assert_allclose(aligned[:len(noisy) - lag], 0.5 * noisy[:len(noisy) - lag])
 
 
 if __name__ == "__main__":
