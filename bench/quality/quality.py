@@ -89,7 +89,7 @@ def check(p, what):
 
 
 def number_after(text, label):
-    m = re.search(re.escape(label) + r"\s+([-+0-9.eE]+)", text)
+    m = re.search(re.escape(label) + r"[\s:=]+([-+0-9.eE]+)", text)
     return float(m.group(1)) if m else None
 
 
@@ -301,7 +301,6 @@ def evaluate(args):
         skipped["Silero VAD"] = reason
 
     results = []  # one dict per mixture
-    seconds = defaultdict(float)  # audio seconds per system
     timing = defaultdict(lambda: defaultdict(float))  # system -> kind -> summed seconds
     lags = defaultdict(list)
     example = None
@@ -368,11 +367,12 @@ def evaluate(args):
             lags[system].append(lag)
             s = metrics.si_sdr(clean, y)
             res["den"][system] = {"sisdr": s, "sisdri": s - res["sisdr_noisy"], "stoi": metrics.stoi(clean, y, RATE)}
-            seconds[system] += duration
         for system, p in probs.items():
             res["vad"][system] = metrics.vad_scores(labels, p >= THRESHOLD)
-        if example is None or (r["set"] == "recorded" and example["set"] != "recorded"):
-            example = {"name": r["name"], "set": r["set"], "noisy": noisy, "clean": clean, "labels": labels,
+        # The plotted example: recorded speech at 0 dB if there is any.
+        rank = 2 * (r["set"] == "recorded") + (r["snr_db"] == 0.0)
+        if example is None or rank > example["rank"]:
+            example = {"name": r["name"], "rank": rank, "noisy": noisy, "clean": clean, "labels": labels,
                        "denoised": outputs.get("zvkit --fused", outputs.get("zvkit")),
                        "ours": probs.get("zvkit vad"), "silero": probs.get("Silero VAD"), "path": r["noisy"]}
         results.append(res)
