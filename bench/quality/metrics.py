@@ -105,8 +105,8 @@ def drop_silent_frames(clean, processed, frame=STOI_FRAME, dynamic_range_db=STOI
 
 def _band_envelopes(x, bands):
     """[bands, frames] one-third-octave magnitudes: sqrt of the summed bin powers of each band."""
-    spec = np.fft.rfft(_frames(x, STOI_FRAME, STOI_FRAME // 2) * _hann(STOI_FRAME), n=STOI_FFT, axis=1)
-    return np.sqrt(bands @ (np.abs(spec) ** 2).T)
+    bins = np.fft.rfft(_frames(x, STOI_FRAME, STOI_FRAME // 2) * _hann(STOI_FRAME), n=STOI_FFT, axis=1)
+    return np.sqrt(bands @ (np.abs(bins) ** 2).T)
 
 
 def stoi(clean, processed, fs):

@@ -417,8 +417,8 @@ def mean(values):
     return float(np.mean(values)) if values else float("nan")
 
 
-def fmt(v, spec="+.2f"):
-    return "-" if v is None or (isinstance(v, float) and math.isnan(v)) else format(v, spec)
+def fmt(v, pattern="+.2f"):
+    return "-" if v is None or (isinstance(v, float) and math.isnan(v)) else format(v, pattern)
 
 
 def denoise_table(run):
