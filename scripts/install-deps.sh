@@ -2,6 +2,8 @@
 # Installs the Debian packages that the build, the tests, the fuzzers and the benchmarks need.
 # Idempotent: when everything is already there it prints nothing and touches nothing.
 # Set WITH_TORCH=1 to add PyTorch, which only the fixture generators in tools/ need.
+# Set WITH_QUALITY=1 to add what bench/quality/run.sh needs (NumPy, SciPy, Matplotlib, the WebRTC audio-processing
+# library it compares with, Node and npm for the other peers).
 set -euo pipefail
 
 pkgs=(
@@ -13,6 +15,11 @@ pkgs=(
   binutils
 )
 if [ "${WITH_TORCH:-0}" = 1 ]; then pkgs+=(python3-torch python3-numpy); fi
+if [ "${WITH_QUALITY:-0}" = 1 ]; then
+  pkgs+=(python3-numpy python3-scipy python3-matplotlib libwebrtc-audio-processing-dev)
+  command -v node >/dev/null || pkgs+=(nodejs)
+  command -v npm >/dev/null || pkgs+=(npm)
+fi
 
 missing=()
 for p in "${pkgs[@]}"; do
