@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that the build, the tests, the fuzzers and the benchmarks need.
 # Idempotent: when everything is already there it prints nothing and touches nothing.
+# NumPy and SciPy are for the quality measures' tests.
 # Set WITH_TORCH=1 to add PyTorch, which only the fixture generators in tools/ need.
 # Set WITH_QUALITY=1 to add what bench/quality/run.sh needs (NumPy, SciPy, Matplotlib, the WebRTC audio-processing
 # library it compares with, Node and npm for the other peers).
@@ -13,6 +14,7 @@ pkgs=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libkissfft-dev libsndfile1-dev libsamplerate0-dev libfftw3-dev
   binutils
+  python3-numpy python3-scipy
 )
 if [ "${WITH_TORCH:-0}" = 1 ]; then pkgs+=(python3-torch python3-numpy); fi
 if [ "${WITH_QUALITY:-0}" = 1 ]; then
