@@ -119,11 +119,13 @@ inline void Stride2Vector(const float* in, size_t in_w, uint32_t x, __m128 (&acc
 template <int KY, int KX, bool kMax, int NR>
 void Stride2Rows(const PoolArgs& a, const float* in, float* out, uint32_t oy) {
   const size_t in_w = a.in_w;
+  // The row counts once, out of the loops: the stores to `out` would otherwise have them reloaded.
+  __m128 rows[NR];
+  for (int r = 0; r < NR; ++r) rows[r] = _mm_set1_ps(kMax ? 0.0f : a.row_count[oy + r]);
+  const float* const cols = a.col_count;
   const auto finish = [&](uint32_t x, __m128(&acc)[NR]) {
     for (int r = 0; r < NR; ++r) {
-      if constexpr (!kMax)
-        acc[r] =
-            _mm_div_ps(acc[r], _mm_mul_ps(_mm_set1_ps(a.row_count[oy + r]), _mm_loadu_ps(a.col_count + x)));
+      if constexpr (!kMax) acc[r] = _mm_div_ps(acc[r], _mm_mul_ps(rows[r], _mm_loadu_ps(cols + x)));
       _mm_storeu_ps(out + r * static_cast<size_t>(a.out_w) + x, acc[r]);
     }
   };
@@ -137,6 +139,13 @@ void Stride2Rows(const PoolArgs& a, const float* in, float* out, uint32_t oy) {
     __m128 acc[NR];
     Stride2Vector<KY, KX, kMax, false, NR>(in, in_w, x, acc);
     finish(x, acc);
+  }
+  // A last vector that ends at the last output (its first lanes again, the same values) where there is one.
+  if (x < a.out_w && a.out_w >= 4) {
+    __m128 acc[NR];
+    Stride2Vector<KY, KX, kMax, false, NR>(in, in_w, a.out_w - 4, acc);
+    finish(a.out_w - 4, acc);
+    x = a.out_w;
   }
   for (; x < a.out_w; ++x) {
     for (int r = 0; r < NR; ++r) {
@@ -204,7 +213,14 @@ inline void PlanarRow(const float* sums, float* out, uint32_t out_w, const float
       if constexpr (KX % 2 == 1) acc = _mm_add_ps(acc, _mm_loadu_ps(sums + KX - 1));
       _mm_storeu_ps(out, _mm_mul_ps(acc, _mm_loadu_ps(recip)));
       out += 4, sums += 4, recip += 4;
-      if (end - out < 4) break;
+      if (out == end) break;
+      if (end - out < 4) {
+        // A last vector that ends at the last output: its first lanes again, the same values.
+        const ptrdiff_t back = 4 - (end - out);
+        out -= back, sums -= back, recip -= back;
+        for (int j = 0; j < kPairs; ++j) pr[j] = pair(sums + 2 * j);
+        continue;
+      }
       for (int j = 0; j < kPairs; ++j) pr[j] = j + 2 < kPairs ? pr[j + 2] : pair(sums + 2 * j);
     }
   }
