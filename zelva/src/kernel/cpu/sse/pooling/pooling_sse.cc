@@ -18,7 +18,8 @@ using Sse = V4;
 
 // The 4 x 4 window at stride 4: four output columns a vector; each input row takes four loads and one 4 x 4
 // transpose, after which column kx holds tap kx of the four outputs. A vector reads 16 floats from its first
-// tap, so it is taken only where those lie inside the input row; the other columns go one at a time.
+// tap, so it is taken only where those lie inside the input row (the last one may end at the last output,
+// overlapping the one before); the other columns go one at a time.
 template <int KY, int KX, int SY, int SX, bool kMax>
 void PlanarStride4(const PoolArgs& a) {
   static_assert(KX == 4 && SX == 4, "a window of four columns at stride 4");
@@ -32,10 +33,10 @@ void PlanarStride4(const PoolArgs& a) {
       const float rows = kMax ? 0.0f : a.row_count[oy];
       const __m128 rows4 = _mm_set1_ps(rows);
       uint32_t x = 0;
-      for (; x + 4 <= a.out_w && x * SX + 16 <= in_w; x += 4) {
+      const auto vector = [&](uint32_t at) {
         __m128 acc = _mm_setzero_ps();
         for (int ky = 0; ky < KY; ++ky) {
-          const float* r = in + ky * in_w + static_cast<size_t>(x) * SX;
+          const float* r = in + ky * in_w + static_cast<size_t>(at) * SX;
           __m128 c0 = _mm_loadu_ps(r), c1 = _mm_loadu_ps(r + 4), c2 = _mm_loadu_ps(r + 8),
                  c3 = _mm_loadu_ps(r + 12);
           _MM_TRANSPOSE4_PS(c0, c1, c2, c3);
@@ -51,8 +52,14 @@ void PlanarStride4(const PoolArgs& a) {
             acc = _mm_add_ps(acc, c3);
           }
         }
-        if constexpr (!kMax) acc = _mm_div_ps(acc, _mm_mul_ps(rows4, _mm_loadu_ps(a.col_count + x)));
-        _mm_storeu_ps(out + x, acc);
+        if constexpr (!kMax) acc = _mm_div_ps(acc, _mm_mul_ps(rows4, _mm_loadu_ps(a.col_count + at)));
+        _mm_storeu_ps(out + at, acc);
+      };
+      for (; x + 4 <= a.out_w && x * SX + 16 <= in_w; x += 4) vector(x);
+      // A last vector that ends at the last output (its first lanes again, the same values) where it fits.
+      if (x < a.out_w && a.out_w >= 4 && (a.out_w - 4) * SX + 16 <= in_w) {
+        vector(a.out_w - 4);
+        x = a.out_w;
       }
       for (; x < a.out_w; ++x) {
         const float* base = in + static_cast<size_t>(x) * SX;
