@@ -123,9 +123,9 @@ inline void BlockedRow(const float* sums, float* out, uint32_t from, uint32_t to
 // Stride 1 averages in two passes, in strips of output columns, each from the top down in bands of KY
 // output rows: the column sums of the band's part of the strip (ColumnSums, with the KX - 1 columns past the
 // strip that its last windows reach), then each row along the same split (BlockedRow). A strip is the whole
-// row where a band (its 2 KY - 1 input rows and KY rows of sums) fits the first level cache (about 40 KiB
-// of the 48 here), else 32 outputs wide, so that the rows two bands share are still there for the second.
-// About six additions and one multiplication an output where the direct window takes KY x KX additions and a
+// row where a band (its 2 KY - 1 input rows and KY rows of sums) fits 40 KiB (most of a 48 KiB first level
+// data cache), else 32 outputs wide, so that the rows two bands share are still there for the second.
+// About five additions and one multiplication an output where the direct window takes KY x KX additions and a
 // division; the sum is the same in another order, and the product with the rounded reciprocal rounds once
 // more than the division.
 template <class V, int KY, int KX>

@@ -63,10 +63,10 @@ void AvgPoolC4Sse(const PoolArgs& args);
 // ---- Stride 1 averages in two passes (they want `work`): the column sums of a band of KY output rows into
 // `work` (each the sum of a suffix and a prefix of the band's input rows, pool_tile::ColumnSums), then per
 // output the sum of its KX column sums (C8HW8: the same split along the row; planar: sums of neighbouring
-// pairs), times the reciprocal of its divisor; about six additions and a multiplication an output instead of
-// KY x KX additions and a division. The same sum in another order and one rounding more, so these differ from
-// the reference in rounding alone (their rows in members.h give the bound): planar SSE (four columns a
-// vector) and C8HW8 AVX.
+// pairs), times the reciprocal of its divisor; five (C8HW8) to eight (planar) additions and a multiplication
+// an output instead of KY x KX additions and a division. The same sum in another order and one rounding more,
+// so these differ from the reference in rounding alone (their rows in members.h give the bound): planar SSE
+// (four columns a vector) and C8HW8 AVX.
 template <int KY, int KX>
 void AvgPoolChwSseSeparable(const PoolArgs& args);
 template <int KY, int KX, int SY, int SX>
