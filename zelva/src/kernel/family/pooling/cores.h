@@ -36,7 +36,7 @@ struct PoolArgs {
   const float* row_count;
   const float* col_count;
   // Scratch for the cores that ask for it: (in_h + 2) x (in_w + 1) x lanes floats, a little more than the
-  // padded input.
+  // padded input (the two-pass cores keep KY rows of column sums and out_h x out_w reciprocals in it).
   float* work;
 };
 
@@ -49,7 +49,8 @@ struct PoolCore {
 };
 
 // ---- Planar, SSE (cpu/sse/pooling/pooling_sse.cc): four output columns a vector; stride 2 splits the taps
-// of each input row into its even and odd columns in registers; the 4x4 stride 4 window takes one
+// of each input row into its even and odd columns in registers, once for the two output rows of a 3-row
+// window that share it; the 4x4 stride 4 window takes one
 // 4x4 transpose per input row; the columns right of the last full vector go one at a time in scalar code of
 // the same order.
 template <int KY, int KX, int SY, int SX>
@@ -59,10 +60,12 @@ void MaxPoolChwSse(const PoolArgs& args);
 // ---- Blocked, one pixel (the lanes of a block) a vector: C4HW4 in SSE, C8HW8 in AVX (cpu/avx/pooling).
 template <int KY, int KX, int SY, int SX>
 void AvgPoolC4Sse(const PoolArgs& args);
-// ---- Stride 1 averages in two passes (they want `work`): the column sums of two output rows at a time into
-// `work` (the two share the sums of their KY - 1 common input rows), then per output the KX column sums,
-// divided; about (KY + 1) / 2 + KX additions an output instead of KY x KX. The same sum in another order, so
-// these differ from the reference in rounding alone (their rows in members.h give the bound): planar SSE
+// ---- Stride 1 averages in two passes (they want `work`): the column sums of a band of KY output rows into
+// `work` (each the sum of a suffix and a prefix of the band's input rows, pool_tile::ColumnSums), then per
+// output the sum of its KX column sums (C8HW8: the same split along the row; planar: sums of neighbouring
+// pairs), times the reciprocal of its divisor; five (C8HW8) to eight (planar) additions and a multiplication
+// an output instead of KY x KX additions and a division. The same sum in another order and one rounding more,
+// so these differ from the reference in rounding alone (their rows in members.h give the bound): planar SSE
 // (four columns a vector) and C8HW8 AVX.
 template <int KY, int KX>
 void AvgPoolChwSseSeparable(const PoolArgs& args);

@@ -3,7 +3,8 @@
 // Window and stride read height first, as the names do; 0 means any (the two general members, which take
 // every layout and run the reference itself). The vector cores keep the reference's divisor, and all but the
 // stride 1 averages its order of additions, so those rows are bit-exact to the family reference
-// (reference.h). The stride 1 averages add in two passes (columns, then rows) and are held within kTwoPass.
+// (reference.h). The stride 1 averages add in two passes (columns, then rows) and multiply by the rounded
+// reciprocal of the divisor; they are held within kTwoPass.
 #pragma once
 
 #include "zelva/src/kernel/family/pooling/cores.h"
@@ -15,8 +16,8 @@ namespace zelva {
 namespace kernel {
 // The bound of the two-pass averages against the reference, max_abs + max_rel * |reference|, for inputs
 // within [-2, 2] as the tester draws them: the rounding of two orders of at most 80 additions, divided by the
-// window. Measured over the tester's random layers: at most 4e-7 absolute (relative errors are unbounded
-// where a sum cancels to near 0).
+// window, and half a unit in the last place of the result for the reciprocal. Measured over random layers:
+// at most 4e-7 absolute (relative errors are unbounded where a sum cancels to near 0).
 inline constexpr Accuracy kTwoPass = Within(1e-6f, 1e-6f);
 #define ZV_POOL_CORE(name, core, ky, kx, sy, sx) inline constexpr PoolCore name{&core<ky, kx, sy, sx>, true};
 ZV_POOL_CORE(kAvgPool4x4S4ChwSse, AvgPoolChwSse, 4, 4, 4, 4)

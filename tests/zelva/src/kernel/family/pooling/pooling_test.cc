@@ -244,8 +244,8 @@ TEST(PoolingFamily, EveryMemberMatchesTheReference) {
         l.include_pad = (round & 2) != 0;
         l.c = lanes * (1 + rng() % 3);
         // Sizes from the window up, odd ones included, wide enough in some rounds for full vectors and tails.
-        l.h = l.ky + rng() % 9;
-        l.w = l.kx + rng() % (round % 3 == 0 ? 40 : 10);
+        l.h = l.ky + rng() % 16;
+        l.w = l.kx + rng() % (round % 3 == 0 ? 64 : 10);
         l.input = zvtest::RandomFloats(static_cast<size_t>(l.c) * l.h * l.w, rng());
         const std::string what =
             m.name + " lanes " + std::to_string(lanes) + " round " + std::to_string(round) + ": " +
