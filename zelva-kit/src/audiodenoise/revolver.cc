@@ -65,17 +65,6 @@ bool AllHalves(const std::string& text) {
   return true;
 }
 
-// The matrices held as half precision, in the order of the half block, and their element counts.
-constexpr size_t kHalfCounts[] = {768 * 74, 768 * 256, 768 * 256, 768 * 256, 768 * 256, 768 * 256, 80 * 256};
-constexpr size_t kHalfAlignment = 64;
-
-constexpr size_t HalfBlockElements() {
-  size_t sum = 0;
-  for (size_t count : kHalfCounts) sum += count;
-  return sum;
-}
-static_assert(HalfBlockElements() * 2 % kHalfAlignment == 0, "the half block is a whole number of lines");
-
 // Adapters from the variants' typed operators to one signature.
 void Rows256Sse(const void* w, const float* x, const float* b, float* y, int rows) {
   if (rows == 768) {
@@ -287,44 +276,28 @@ void Revolver::Init(const std::shared_ptr<ZVModelInfo>& model, RevolverVariant v
     this->*kSlots[i] = reinterpret_cast<float*>(static_cast<char*>(storage_) + offset);
     offset += kRegions[i].capacity;
   }
+  // The seven matrices are streamed from their own regions: as fp32, or as half precision packed into the
+  // first half of the region (the rest of it stays zero and untouched).
+  float* const regions[kMatrixCount] = {gru20_w_ih_, gru20_w_hh_, gru21_w_ih_,    gru21_w_hh_,
+                                        gru22_w_ih_, gru22_w_hh_, layer24_weight_};
+  for (size_t m = 0; m < kMatrixCount; ++m) matrices_[m] = regions[m];
   try {
-    if (variant.half_weights) {
-      half_storage_ =
-          static_cast<uint16_t*>(std::aligned_alloc(kHalfAlignment, HalfBlockElements() * sizeof(uint16_t)));
-      ZV_ASSERT(half_storage_ != nullptr, "Revolver could not allocate %zu bytes.",
-                HalfBlockElements() * sizeof(uint16_t));
-      uint16_t* next = half_storage_;
-      for (size_t m = 0; m < kMatrixCount; ++m) {
-        matrices_[m] = next;
-        next += kHalfCounts[m];
-      }
-    } else {
-      const float* regions[kMatrixCount] = {gru20_w_ih_, gru20_w_hh_, gru21_w_ih_,    gru21_w_hh_,
-                                            gru22_w_ih_, gru22_w_hh_, layer24_weight_};
-      for (size_t m = 0; m < kMatrixCount; ++m) matrices_[m] = regions[m];
-    }
     LoadWeights(*model);
   } catch (...) {
     std::free(storage_);
     storage_ = nullptr;
-    std::free(half_storage_);
-    half_storage_ = nullptr;
     throw;
   }
 }
 
 Revolver::~Revolver() {
   std::free(storage_);
-  std::free(half_storage_);
 }
 
 void Revolver::LoadWeights(const ZVModelInfo& model) {
-  // With half weights the seven matrices go to the half block and their fp32 regions stay untouched.
-  auto half = [&](Matrix m) -> uint16_t* {
-    if (half_storage_ == nullptr) return nullptr;
-    size_t offset = 0;
-    for (size_t i = 0; i < static_cast<size_t>(m); ++i) offset += kHalfCounts[i];
-    return half_storage_ + offset;
+  // With half weights the seven matrices are written as half precision into the start of their regions.
+  auto half = [&](float* region) {
+    return variant_.half_weights ? reinterpret_cast<uint16_t*>(region) : nullptr;
   };
   using T = ConvTreatment;
   CopyWeights(model.GetLayerInfoAs<Conv2dInfo>("1")->weight, 9, layer1_weight_, "1", "weight");
@@ -338,14 +311,14 @@ void Revolver::LoadWeights(const ZVModelInfo& model) {
   LoadConv(model, "13", {16, 16, 16, 3, 3}, T::kDepthwise8, layer13_weight_, layer13_bias_);
   LoadConv(model, "14", {1, 16, 1, 1, 1}, T::kCopy, layer14_weight_, layer14_bias_);
   LoadConv(model, "16", {1, 16, 1, 1, 1}, T::kCopy, layer16_weight_, layer16_bias_);
-  LoadGru(model, "20", 74, 256, gru20_w_ih_, gru20_w_hh_, gru20_b_ih_, gru20_b_hh_, half(kGru20Ih),
-          half(kGru20Hh));
-  LoadGru(model, "21", 256, 256, gru21_w_ih_, gru21_w_hh_, gru21_b_ih_, gru21_b_hh_, half(kGru21Ih),
-          half(kGru21Hh));
-  LoadGru(model, "22", 256, 256, gru22_w_ih_, gru22_w_hh_, gru22_b_ih_, gru22_b_hh_, half(kGru22Ih),
-          half(kGru22Hh));
+  LoadGru(model, "20", 74, 256, gru20_w_ih_, gru20_w_hh_, gru20_b_ih_, gru20_b_hh_, half(gru20_w_ih_),
+          half(gru20_w_hh_));
+  LoadGru(model, "21", 256, 256, gru21_w_ih_, gru21_w_hh_, gru21_b_ih_, gru21_b_hh_, half(gru21_w_ih_),
+          half(gru21_w_hh_));
+  LoadGru(model, "22", 256, 256, gru22_w_ih_, gru22_w_hh_, gru22_b_ih_, gru22_b_hh_, half(gru22_w_ih_),
+          half(gru22_w_hh_));
   const std::shared_ptr<FullConnectionInfo> dense = model.GetLayerInfoAs<FullConnectionInfo>("24");
-  CopyMatrix(dense->weight, 256 * 80, layer24_weight_, half(kDense), "24", "weight");
+  CopyMatrix(dense->weight, 256 * 80, layer24_weight_, half(layer24_weight_), "24", "weight");
   CopyWeights(dense->bias, 80, layer24_bias_, "24", "bias");
 }
 

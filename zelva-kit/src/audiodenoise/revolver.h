@@ -2,8 +2,10 @@
 // three stacked GRU layers of 256 units and a dense layer with ReLU. 1 x 7 x 80 floats in, 80 floats out.
 // The model serves only as a bag of weights read once by layer key; the graph itself is this code.
 //
-// All memory is one zero-filled block obtained at construction and cut into fixed regions. Between calls only
-// the three GRU hidden vectors carry meaning. No locks: one object serves one stream on one thread.
+// All memory is one zero-filled block obtained at construction and cut into fixed regions. A variant with
+// half weights writes the seven big matrices as half precision into the first half of their regions. Between
+// calls only the three GRU hidden vectors carry meaning. No locks: one object serves one stream on one
+// thread.
 #pragma once
 
 #include <cstddef>
@@ -103,7 +105,8 @@ class Revolver {
   void ResetRnnState();
 
   // Start of region `index` (order of kRegions), and the block itself. With half weights the regions of the
-  // GRU matrices and of the dense matrix stay zero: those weights live in the half block instead.
+  // six GRU matrices and of the dense matrix hold their matrix as half precision bit patterns in their first
+  // half.
   const float* region(size_t index) const;
   const void* storage() const { return storage_; }
   RevolverVariant variant() const { return variant_; }
@@ -180,7 +183,7 @@ class Revolver {
   float* vec_b_ = nullptr;
   void* storage_ = nullptr;
 
-  // The operators of the chosen variant, and where their matrices are (fp32 regions or the half block).
+  // The operators of the chosen variant, and the seven matrices they stream (fp32 or half, in their regions).
   RevolverVariant variant_;
   MatVecFn rows256_ = nullptr;
   MatVecFn rows74_ = nullptr;
@@ -188,7 +191,6 @@ class Revolver {
   ConvFn pointwise8_ = nullptr;
   enum Matrix { kGru20Ih, kGru20Hh, kGru21Ih, kGru21Hh, kGru22Ih, kGru22Hh, kDense, kMatrixCount };
   const void* matrices_[kMatrixCount] = {};
-  uint16_t* half_storage_ = nullptr;  // the seven matrices as half precision bit patterns, 64-byte aligned
 };
 
 }  // namespace audiodenoise_v4_final_cpu_sse
