@@ -53,7 +53,12 @@ void Rows256(const W* weight, const float* x, const float* bias, float* y, int r
     const W* w = weight + static_cast<size_t>(r) * 256;
     __m256 lo[4], hi[4];
     for (int i = 0; i < 4; ++i) lo[i] = hi[i] = _mm256_setzero_ps();
+    // The next group of rows starts a new page, where the hardware prefetcher stops: fetch it along.
+    const char* next = reinterpret_cast<const char*>(w + 4 * 256);
     for (int k = 0; k < 256; k += 16) {
+      for (size_t line = 0; line < 4 * 16 * sizeof(W); line += 64) {
+        _mm_prefetch(next + static_cast<size_t>(k) * 4 * sizeof(W) + line, _MM_HINT_T0);
+      }
       const __m256 x01 = _mm256_loadu_ps(x + k);
       const __m256 x23 = _mm256_loadu_ps(x + k + 8);
       for (int i = 0; i < 4; ++i) {

@@ -76,7 +76,12 @@ void Rows256(const W* weight, const float* x, const float* bias, float* y, int r
     const W* w = weight + static_cast<size_t>(r) * 256;
     __m512 acc[8];
     for (int i = 0; i < 8; ++i) acc[i] = _mm512_setzero_ps();
+    // The next group of rows starts a new page, where the hardware prefetcher stops: fetch it along.
+    const char* next = reinterpret_cast<const char*>(w + 8 * 256);
     for (int k = 0; k < 256; k += 16) {
+      for (size_t line = 0; line < 8 * 16 * sizeof(W); line += 64) {
+        _mm_prefetch(next + static_cast<size_t>(k) * 8 * sizeof(W) + line, _MM_HINT_T0);
+      }
       const __m512 xv = _mm512_loadu_ps(x + k);
       for (int i = 0; i < 8; ++i) acc[i] = MulAdd16(acc[i], Load16(w + i * 256 + k), xv);
     }
