@@ -3,7 +3,8 @@
 
 Each round measures, one after the other: the floors (a) streaming the fused network's 4,364,960-byte block
 once and (b) its fixed-order matrix-vector work on L1-resident weights (build/bench/zelva_bench, filter
-DenoiseFloor), `zvkit bench` on the fused and on the generic path, PyTorch on one thread
+DenoiseFloor), each variant of the fused network that the processor runs with its ratio to streaming the block
+measured beside it (filter DenoiseFused), `zvkit bench` on the fused and on the generic path, PyTorch on one thread
 (tools/bench_denoise_torch.py) and, given --ort, ONNX Runtime on one thread (bench/denoise_onnx.js). Rounds are
 interleaved so that a slow stretch of the machine hits every figure alike; each figure is the median of its
 per-round medians.
@@ -37,6 +38,20 @@ def median_of(text, pattern):
     if not match:
         sys.exit(f"compare: no figure in:\n{text}")
     return float(match.group(1))
+
+
+def fused_variants(build):
+    """Each fused variant this processor runs: microseconds per block and its ratio to streaming the block."""
+    out = run([os.path.join(build, "bench", "zelva_bench"), "--benchmark_filter=DenoiseFused",
+               "--benchmark_format=json"])
+    figures = {}
+    for b in json.loads(out)["benchmarks"]:
+        if b.get("error_occurred"):
+            continue
+        name = b["name"].split("/", 1)[1]
+        figures[f"fused {name}"] = b["cpu_time"]
+        figures[f"fused {name} x stream"] = b["x_stream"]
+    return figures
 
 
 def floors(build):
@@ -73,6 +88,7 @@ def main():
             run([sys.executable, "tools/bench_denoise_torch.py", "--blocks", "10", "--warmup", "0", "--onnx", onnx])
         for r in range(args.rounds):
             figures = floors(args.build)
+            figures.update(fused_variants(args.build))
             for name, flag in (("zelva fused", ["--fused"]), ("zelva generic", [])):
                 out = run([zvkit, "bench", "--model", model, "--config", config, "--blocks", blocks] + flag)
                 figures[name] = median_of(out, r"median ([0-9.]+) us")
@@ -96,6 +112,9 @@ def main():
     print(f"  fused / floor (larger of a and b)      {fused / floor:6.2f}")
     print(f"  generic / fused                        {generic / fused:6.2f}")
     print(f"  PyTorch / fused                        {med['PyTorch, 1 thread'] / fused:6.2f}")
+    for name, value in med.items():
+        if name.startswith("fused ") and name.endswith(" x stream"):
+            print(f"  {name[:-9] + ' / stream (same run)':38s} {value:6.2f}")
     if "ONNX Runtime, 1 thread" in med:
         print(f"  ONNX Runtime / fused                   {med['ONNX Runtime, 1 thread'] / fused:6.2f}")
         print(f"  ONNX Runtime / generic                 {med['ONNX Runtime, 1 thread'] / generic:6.2f}")

@@ -7,14 +7,30 @@
 //                              weights resident in L1, scaled to the network's 1,238,934 multiply-adds; r
 //                              rows walked side by side (each row keeps its own accumulators, so the bits do
 //                              not depend on r).
-// Run: build/bench/zelva_bench --benchmark_filter=DenoiseFloor
+//   DenoiseFused/<variant>     one block of the fused network in each variant this processor runs, over the
+//                              bundled stream (models/denoise_blocks.f32, bundled model); the counter
+//                              x_stream is its time over the time of streaming the 4,364,960-byte block
+//                              once, the two measured interleaved in the same run (thread CPU time).
+// Run: build/bench/zelva_bench --benchmark_filter='DenoiseFloor|DenoiseFused'
 #include <benchmark/benchmark.h>
 #include <xmmintrin.h>
 
+#include <cstdio>
 #include <cstring>
+#include <memory>
+#include <string>
 #include <vector>
 
+#include "bench/bench_support.h"
+#include "zelva-kit/src/audiodenoise/revolver.h"
+#include "zelva/src/runtime/zvmodel2/model_info.h"
+
 namespace {
+
+using hyperspecific::audiodenoise_v4_final_cpu_sse::HyperspecificTensor;
+using hyperspecific::audiodenoise_v4_final_cpu_sse::HyperspecificTensorMap;
+using hyperspecific::audiodenoise_v4_final_cpu_sse::Revolver;
+using hyperspecific::audiodenoise_v4_final_cpu_sse::RevolverVariant;
 
 constexpr size_t kBlockBytes = 4364960;
 constexpr size_t kMultiplyAdds = 1238934;
@@ -79,5 +95,54 @@ void BM_DenoiseFloor_MatVec(benchmark::State& state) {
 }
 BENCHMARK_TEMPLATE(BM_DenoiseFloor_MatVec, 1)->Unit(benchmark::kMicrosecond);
 BENCHMARK_TEMPLATE(BM_DenoiseFloor_MatVec, 4)->Unit(benchmark::kMicrosecond);
+
+std::vector<float> ReadFloats(const std::string& path) {
+  std::vector<float> values;
+  FILE* file = std::fopen(path.c_str(), "rb");
+  if (file == nullptr) return values;
+  float v;
+  while (std::fread(&v, sizeof(v), 1, file) == 1) values.push_back(v);
+  std::fclose(file);
+  return values;
+}
+
+void BM_DenoiseFused(benchmark::State& state, RevolverVariant variant) {
+  std::string why;
+  if (!Revolver::ProcessorRuns(variant, &why)) {
+    state.SkipWithError(why.c_str());
+    return;
+  }
+  auto model = std::make_shared<zelva::runtime::ZVModelInfo>();
+  model->FromFile(std::string(ZELVA_SOURCE_DIR) + "/models/denoise.zvmod", "bin");
+  Revolver net(model, variant);
+  const std::vector<float> stream = ReadFloats(std::string(ZELVA_SOURCE_DIR) + "/models/denoise_blocks.f32");
+  const size_t blocks = stream.size() / 560;
+  if (blocks == 0) {
+    state.SkipWithError("models/denoise_blocks.f32 is missing");
+    return;
+  }
+  HyperspecificTensorMap outputs;
+  std::vector<HyperspecificTensor> inputs(1);
+  size_t b = 0;
+  auto one_block = [&] {
+    inputs[0].data = stream.data() + b * 560;
+    net.Forward(outputs, inputs, false);
+    benchmark::DoNotOptimize(outputs["25"].data);
+    b = b + 1 == blocks ? 0 : b + 1;
+  };
+  for (auto _ : state) one_block();
+  state.counters["x_stream"] = zvbench::RatioToMemcpy(one_block, kBlockBytes);
+}
+
+const bool kFusedRegistered = [] {
+  for (const RevolverVariant& v : Revolver::AllVariants()) {
+    std::string name = std::string("BM_DenoiseFused/") + v.Name();
+    for (char& c : name) {
+      if (c == ' ' || c == '+') c = '_';
+    }
+    benchmark::RegisterBenchmark(name.c_str(), BM_DenoiseFused, v)->Unit(benchmark::kMicrosecond);
+  }
+  return true;
+}();
 
 }  // namespace

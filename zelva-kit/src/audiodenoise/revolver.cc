@@ -4,9 +4,12 @@
 #include <cstring>
 
 #include "zelva-kit/src/audiodenoise/revolver_ops.h"
+#include "zelva-kit/src/audiodenoise/revolver_ops_wide.h"
+#include "zelva/src/runtime/half.h"
 #include "zelva/src/runtime/weight_data.h"
 #include "zelva/src/runtime/zvmodel2/layer_info.h"
 #include "zelva/src/runtime/zvmodel2/model_info.h"
+#include "zelva/src/utility/environment_x86.h"
 #include "zelva/src/utility/logging.h"
 
 namespace hyperspecific {
@@ -31,6 +34,55 @@ void CopyWeights(const std::string& text, size_t count, float* dst, const char* 
   ZV_ASSERT(values.size() >= count, "Layer [%s] field %s holds %zu floats, %zu needed.", key, field,
             values.size(), count);
   std::memcpy(dst, values.data(), count * sizeof(float));
+}
+
+// Decodes one matrix and stores its first `count` values as half precision bit patterns. The values are known
+// to be exact halves (Revolver::WeightsAreHalves), so the conversion changes none.
+void CopyHalfWeights(const std::string& text, size_t count, uint16_t* dst, const char* key,
+                     const char* field) {
+  const std::vector<float> values = zelva::runtime::DecodeWeights(text);
+  ZV_ASSERT(values.size() >= count, "Layer [%s] field %s holds %zu floats, %zu needed.", key, field,
+            values.size(), count);
+  for (size_t i = 0; i < count; ++i) dst[i] = zelva::runtime::FloatToHalf(values[i]).bits();
+}
+
+// A matrix goes to its fp32 region, or as half precision to `half` when that is given.
+void CopyMatrix(const std::string& text, size_t count, float* region, uint16_t* half, const char* key,
+                const char* field) {
+  if (half != nullptr) {
+    CopyHalfWeights(text, count, half, key, field);
+  } else {
+    CopyWeights(text, count, region, key, field);
+  }
+}
+
+// Every decoded value of `text` survives the trip to half precision and back bit for bit.
+bool AllHalves(const std::string& text) {
+  for (const float v : zelva::runtime::DecodeWeights(text)) {
+    const float back = zelva::runtime::HalfToFloat(zelva::runtime::FloatToHalf(v));
+    if (std::memcmp(&back, &v, sizeof(v)) != 0) return false;
+  }
+  return true;
+}
+
+// Adapters from the variants' typed operators to one signature.
+void Rows256Sse(const void* w, const float* x, const float* b, float* y, int rows) {
+  if (rows == 768) {
+    MatVec768x256(static_cast<const float*>(w), x, b, y);
+  } else {
+    MatVec80x256(static_cast<const float*>(w), x, b, y);
+  }
+}
+void Rows74Sse(const void* w, const float* x, const float* b, float* y, int /*rows: always 768*/) {
+  MatVec768x74(static_cast<const float*>(w), x, b, y);
+}
+template <void (*F)(const float*, const float*, const float*, float*, int)>
+void FloatRows(const void* w, const float* x, const float* b, float* y, int rows) {
+  F(static_cast<const float*>(w), x, b, y, rows);
+}
+template <void (*F)(const uint16_t*, const float*, const float*, float*, int)>
+void HalfRows(const void* w, const float* x, const float* b, float* y, int rows) {
+  F(static_cast<const uint16_t*>(w), x, b, y, rows);
 }
 
 // The first entry of a weight list, which must exist.
@@ -69,13 +121,14 @@ void LoadConv(const ZVModelInfo& model, const char* key, ConvGeometry g, ConvTre
   CopyWeights(layer->bias, g.BiasCount(), bias, key, "bias");
 }
 
+// The two matrices go to their regions, or as half precision to half_ih and half_hh when those are given.
 void LoadGru(const ZVModelInfo& model, const char* key, size_t input, size_t hidden, float* w_ih, float* w_hh,
-             float* b_ih, float* b_hh) {
+             float* b_ih, float* b_hh, uint16_t* half_ih, uint16_t* half_hh) {
   const std::shared_ptr<GRUInfo> layer = model.GetLayerInfoAs<GRUInfo>(key);
-  CopyWeights(FirstEntry(layer->weight_ih_forward, key, "weight_ih_forward"), 3 * hidden * input, w_ih, key,
-              "weight_ih_forward");
-  CopyWeights(FirstEntry(layer->weight_hh_forward, key, "weight_hh_forward"), 3 * hidden * hidden, w_hh, key,
-              "weight_hh_forward");
+  CopyMatrix(FirstEntry(layer->weight_ih_forward, key, "weight_ih_forward"), 3 * hidden * input, w_ih,
+             half_ih, key, "weight_ih_forward");
+  CopyMatrix(FirstEntry(layer->weight_hh_forward, key, "weight_hh_forward"), 3 * hidden * hidden, w_hh,
+             half_hh, key, "weight_hh_forward");
   CopyWeights(FirstEntry(layer->bias_ih_forward, key, "bias_ih_forward"), 3 * hidden, b_ih, key,
               "bias_ih_forward");
   CopyWeights(FirstEntry(layer->bias_hh_forward, key, "bias_hh_forward"), 3 * hidden, b_hh, key,
@@ -109,9 +162,113 @@ const float* Revolver::region(size_t index) const {
   return this->*kSlots[index];
 }
 
+const char* RevolverVariant::Name() const {
+  switch (isa) {
+    case RevolverIsa::kSse:
+      return half_weights ? "sse half" : "sse fp32";
+    case RevolverIsa::kAvx2:
+      return half_weights ? "avx2+f16c half" : "avx2 fp32";
+    case RevolverIsa::kAvx512:
+      return half_weights ? "avx512 half" : "avx512 fp32";
+  }
+  return "unknown";
+}
+
+const std::vector<RevolverVariant>& Revolver::AllVariants() {
+  static const std::vector<RevolverVariant> variants = {
+      {RevolverIsa::kSse, false},    {RevolverIsa::kAvx2, false},  {RevolverIsa::kAvx2, true},
+      {RevolverIsa::kAvx512, false}, {RevolverIsa::kAvx512, true},
+  };
+  return variants;
+}
+
+bool Revolver::ProcessorRuns(RevolverVariant variant, std::string* why) {
+  const zelva::utility::EnvironmentX86& env = zelva::utility::EnvironmentX86::Instance();
+  const char* missing = nullptr;
+  if (variant.isa == RevolverIsa::kSse) {
+    if (variant.half_weights) missing = "half weights need a wider variant";
+  } else if (!env.IsAvx2Usable()) {
+    missing = "AVX2 (processor or operating system) missing";
+  } else if (variant.isa == RevolverIsa::kAvx512 && !env.IsAvx512fUsable()) {
+    missing = "AVX-512F (processor or operating system) missing";
+  } else if (variant.half_weights && !env.IsF16cUsable()) {
+    missing = "F16C missing";
+  }
+  if (missing != nullptr && why != nullptr) *why = missing;
+  return missing == nullptr;
+}
+
+RevolverVariant Revolver::BestVariant(bool weights_are_halves) {
+  // Half weights halve the bytes streamed per block, which matters more than the register width.
+  const RevolverVariant order[] = {
+      {RevolverIsa::kAvx512, true},
+      {RevolverIsa::kAvx2, true},
+      {RevolverIsa::kAvx512, false},
+      {RevolverIsa::kAvx2, false},
+  };
+  for (const RevolverVariant& v : order) {
+    if ((weights_are_halves || !v.half_weights) && ProcessorRuns(v)) return v;
+  }
+  return RevolverVariant{};
+}
+
+bool Revolver::WeightsAreHalves(const ZVModelInfo& model) {
+  for (const char* key : {"1", "2", "4", "7", "8", "10", "13", "14", "16"}) {
+    const auto layer = std::dynamic_pointer_cast<Conv2dInfo>(model.FindLayerInfo(key));
+    if (layer == nullptr || !AllHalves(layer->weight) || !AllHalves(layer->bias)) return false;
+  }
+  for (const char* key : {"20", "21", "22"}) {
+    const auto layer = std::dynamic_pointer_cast<GRUInfo>(model.FindLayerInfo(key));
+    if (layer == nullptr) return false;
+    for (const std::vector<std::string>* list : {&layer->weight_ih_forward, &layer->weight_hh_forward,
+                                                 &layer->bias_ih_forward, &layer->bias_hh_forward}) {
+      if (list->empty() || !AllHalves(list->front())) return false;
+    }
+  }
+  const auto dense = std::dynamic_pointer_cast<FullConnectionInfo>(model.FindLayerInfo("24"));
+  return dense != nullptr && AllHalves(dense->weight) && AllHalves(dense->bias);
+}
+
 Revolver::Revolver(const std::shared_ptr<ZVModelInfo>& model) {
-  static_assert(SumCapacities(kRegions, kRegionCount) == kStorageBytes, "regions must fill the block");
   ZV_ASSERT(model != nullptr, "Revolver needs a model.");
+  const bool halves = ProcessorRuns({RevolverIsa::kAvx2, true}) && WeightsAreHalves(*model);
+  Init(model, BestVariant(halves));
+}
+
+Revolver::Revolver(const std::shared_ptr<ZVModelInfo>& model, RevolverVariant variant) {
+  ZV_ASSERT(model != nullptr, "Revolver needs a model.");
+  std::string why;
+  ZV_ASSERT(ProcessorRuns(variant, &why), "The fused network cannot run %s here: %s.", variant.Name(),
+            why.c_str());
+  ZV_ASSERT(!variant.half_weights || WeightsAreHalves(*model),
+            "The fused network cannot run %s: a weight of the model is not exactly a half.", variant.Name());
+  Init(model, variant);
+}
+
+void Revolver::Init(const std::shared_ptr<ZVModelInfo>& model, RevolverVariant variant) {
+  static_assert(SumCapacities(kRegions, kRegionCount) == kStorageBytes, "regions must fill the block");
+  variant_ = variant;
+  switch (variant.isa) {
+    case RevolverIsa::kSse:
+      rows256_ = Rows256Sse;
+      rows74_ = Rows74Sse;
+      depthwise8_ = DepthwiseConv3x3Packed8;
+      pointwise8_ = PointwiseConvPacked8;
+      break;
+    case RevolverIsa::kAvx2:
+      rows256_ = variant.half_weights ? HalfRows<MatVecRows256HalfAvx2> : FloatRows<MatVecRows256Avx2>;
+      rows74_ = variant.half_weights ? HalfRows<MatVecRows74HalfAvx2> : FloatRows<MatVecRows74Avx2>;
+      depthwise8_ = DepthwiseConv3x3Packed8Avx2;
+      pointwise8_ = PointwiseConvPacked8Avx2;
+      break;
+    case RevolverIsa::kAvx512:
+      rows256_ = variant.half_weights ? HalfRows<MatVecRows256HalfAvx512> : FloatRows<MatVecRows256Avx512>;
+      rows74_ = variant.half_weights ? HalfRows<MatVecRows74HalfAvx512> : FloatRows<MatVecRows74Avx512>;
+      depthwise8_ = DepthwiseConv3x3Packed8Avx2;
+      pointwise8_ = PointwiseConvPacked8Avx2;
+      break;
+  }
+
   storage_ = std::calloc(1, kStorageBytes);
   ZV_ASSERT(storage_ != nullptr, "Revolver could not allocate %zu bytes.", kStorageBytes);
   size_t offset = 0;
@@ -119,6 +276,11 @@ Revolver::Revolver(const std::shared_ptr<ZVModelInfo>& model) {
     this->*kSlots[i] = reinterpret_cast<float*>(static_cast<char*>(storage_) + offset);
     offset += kRegions[i].capacity;
   }
+  // The seven matrices are streamed from their own regions: as fp32, or as half precision packed into the
+  // first half of the region (the rest of it stays zero and untouched).
+  float* const regions[kMatrixCount] = {gru20_w_ih_, gru20_w_hh_, gru21_w_ih_,    gru21_w_hh_,
+                                        gru22_w_ih_, gru22_w_hh_, layer24_weight_};
+  for (size_t m = 0; m < kMatrixCount; ++m) matrices_[m] = regions[m];
   try {
     LoadWeights(*model);
   } catch (...) {
@@ -133,6 +295,10 @@ Revolver::~Revolver() {
 }
 
 void Revolver::LoadWeights(const ZVModelInfo& model) {
+  // With half weights the seven matrices are written as half precision into the start of their regions.
+  auto half = [&](float* region) {
+    return variant_.half_weights ? reinterpret_cast<uint16_t*>(region) : nullptr;
+  };
   using T = ConvTreatment;
   CopyWeights(model.GetLayerInfoAs<Conv2dInfo>("1")->weight, 9, layer1_weight_, "1", "weight");
   CopyWeights(model.GetLayerInfoAs<Conv2dInfo>("1")->bias, 1, layer1_bias_, "1", "bias");
@@ -145,11 +311,14 @@ void Revolver::LoadWeights(const ZVModelInfo& model) {
   LoadConv(model, "13", {16, 16, 16, 3, 3}, T::kDepthwise8, layer13_weight_, layer13_bias_);
   LoadConv(model, "14", {1, 16, 1, 1, 1}, T::kCopy, layer14_weight_, layer14_bias_);
   LoadConv(model, "16", {1, 16, 1, 1, 1}, T::kCopy, layer16_weight_, layer16_bias_);
-  LoadGru(model, "20", 74, 256, gru20_w_ih_, gru20_w_hh_, gru20_b_ih_, gru20_b_hh_);
-  LoadGru(model, "21", 256, 256, gru21_w_ih_, gru21_w_hh_, gru21_b_ih_, gru21_b_hh_);
-  LoadGru(model, "22", 256, 256, gru22_w_ih_, gru22_w_hh_, gru22_b_ih_, gru22_b_hh_);
+  LoadGru(model, "20", 74, 256, gru20_w_ih_, gru20_w_hh_, gru20_b_ih_, gru20_b_hh_, half(gru20_w_ih_),
+          half(gru20_w_hh_));
+  LoadGru(model, "21", 256, 256, gru21_w_ih_, gru21_w_hh_, gru21_b_ih_, gru21_b_hh_, half(gru21_w_ih_),
+          half(gru21_w_hh_));
+  LoadGru(model, "22", 256, 256, gru22_w_ih_, gru22_w_hh_, gru22_b_ih_, gru22_b_hh_, half(gru22_w_ih_),
+          half(gru22_w_hh_));
   const std::shared_ptr<FullConnectionInfo> dense = model.GetLayerInfoAs<FullConnectionInfo>("24");
-  CopyWeights(dense->weight, 256 * 80, layer24_weight_, "24", "weight");
+  CopyMatrix(dense->weight, 256 * 80, layer24_weight_, half(layer24_weight_), "24", "weight");
   CopyWeights(dense->bias, 80, layer24_bias_, "24", "bias");
 }
 
@@ -168,18 +337,15 @@ void Revolver::Forward(HyperspecificTensorMap& outputs, const std::vector<Hypers
 
   // Stage two, packed by 8: depthwise 16 x 3 x 76, gated pointwise 16 -> 16.
   PackChannels8(plane_c_, {16, 5, 78, 4}, plane_a_);
-  DepthwiseConv3x3Packed8(layer7_weight_, layer7_bias_, plane_a_, {2, 5, 78, 8, 4}, plane_b_,
-                          {2, 3, 76, 8, 4});
-  PointwiseConvPacked8(layer8_weight_, layer8_bias_, plane_b_, {2, 3, 76, 8, 4}, plane_a_, {2, 3, 76, 8, 4});
+  depthwise8_(layer7_weight_, layer7_bias_, plane_a_, {2, 5, 78, 8, 4}, plane_b_, {2, 3, 76, 8, 4});
+  pointwise8_(layer8_weight_, layer8_bias_, plane_b_, {2, 3, 76, 8, 4}, plane_a_, {2, 3, 76, 8, 4});
   HSigmoidPass(plane_a_, plane_a_, {2, 3, 76, 8, 4});
-  PointwiseConvPacked8(layer10_weight_, layer10_bias_, plane_b_, {2, 3, 76, 8, 4}, plane_c_,
-                       {2, 3, 76, 8, 4});
+  pointwise8_(layer10_weight_, layer10_bias_, plane_b_, {2, 3, 76, 8, 4}, plane_c_, {2, 3, 76, 8, 4});
   ReluPass(plane_c_, plane_c_, {2, 3, 76, 8, 4});
   MulVectors(plane_c_, plane_a_, 3648, plane_b_);
 
   // Stage three: depthwise 16 x 1 x 74, gated pointwise 16 -> 1.
-  DepthwiseConv3x3Packed8(layer13_weight_, layer13_bias_, plane_b_, {2, 3, 76, 8, 4}, plane_a_,
-                          {2, 1, 74, 8, 4});
+  depthwise8_(layer13_weight_, layer13_bias_, plane_b_, {2, 3, 76, 8, 4}, plane_a_, {2, 1, 74, 8, 4});
   UnpackChannels8(plane_a_, {2, 1, 74, 8, 4}, plane_c_);
   PointwiseConvPlanar(layer14_weight_, layer14_bias_, plane_c_, {16, 1, 74, 4}, vec_b_, {1, 1, 74, 4});
   HSigmoidPass(vec_b_, vec_b_, {1, 1, 74, 4});
@@ -188,15 +354,15 @@ void Revolver::Forward(HyperspecificTensorMap& outputs, const std::vector<Hypers
   MulVectors(gate_a_, vec_b_, 74, gate_b_);
   CopyBytes(gate_b_, vec_b_, {1, 74, 4});
 
-  // Recurrent stack and the dense layer.
-  GruLayer74(vec_b_, {1, 74, 4}, vec_a_, gru20_w_ih_, gru20_w_hh_, gru20_b_ih_, gru20_b_hh_, gru20_h_,
-             gru20_gates_x_, gru20_gates_h_);
-  GruLayer256(vec_a_, {1, 256, 4}, vec_b_, gru21_w_ih_, gru21_w_hh_, gru21_b_ih_, gru21_b_hh_, gru21_h_,
-              gru21_gates_x_, gru21_gates_h_);
-  GruLayer256(vec_b_, {1, 256, 4}, vec_a_, gru22_w_ih_, gru22_w_hh_, gru22_b_ih_, gru22_b_hh_, gru22_h_,
-              gru22_gates_x_, gru22_gates_h_);
+  // Recurrent stack (one time step per layer, as GruLayer74 and GruLayer256 run it) and the dense layer.
+  GruLayer(rows74_, matrices_[kGru20Ih], matrices_[kGru20Hh], gru20_b_ih_, gru20_b_hh_, vec_b_, gru20_h_,
+           gru20_gates_x_, gru20_gates_h_, vec_a_);
+  GruLayer(rows256_, matrices_[kGru21Ih], matrices_[kGru21Hh], gru21_b_ih_, gru21_b_hh_, vec_a_, gru21_h_,
+           gru21_gates_x_, gru21_gates_h_, vec_b_);
+  GruLayer(rows256_, matrices_[kGru22Ih], matrices_[kGru22Hh], gru22_b_ih_, gru22_b_hh_, vec_b_, gru22_h_,
+           gru22_gates_x_, gru22_gates_h_, vec_a_);
   CopyBytes(vec_a_, vec_b_, {256, 4});
-  DenseLayer256x80(vec_b_, layer24_weight_, layer24_bias_, vec_a_);
+  rows256_(matrices_[kDense], vec_b_, layer24_bias_, vec_a_, 80);
   ReluPass(vec_a_, vec_a_, {80, 4});
 
   HyperspecificTensor& out = outputs["25"];
@@ -204,6 +370,15 @@ void Revolver::Forward(HyperspecificTensorMap& outputs, const std::vector<Hypers
   out.element_size = 4;
   out.flags = 0;
   out.data = vec_a_;
+}
+
+void Revolver::GruLayer(MatVecFn input_product, const void* w_ih, const void* w_hh, const float* b_ih,
+                        const float* b_hh, const float* x, float* h, float* gates_x, float* gates_h,
+                        float* out) {
+  input_product(w_ih, x, b_ih, gates_x, 768);
+  rows256_(w_hh, h, b_hh, gates_h, 768);
+  GruGates(h, h, gates_x, gates_h);
+  std::memcpy(out, h, 256 * sizeof(float));
 }
 
 void Revolver::ResetRnnState() {

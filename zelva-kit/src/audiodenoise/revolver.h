@@ -2,8 +2,10 @@
 // three stacked GRU layers of 256 units and a dense layer with ReLU. 1 x 7 x 80 floats in, 80 floats out.
 // The model serves only as a bag of weights read once by layer key; the graph itself is this code.
 //
-// All memory is one zero-filled block obtained at construction and cut into fixed regions. Between calls only
-// the three GRU hidden vectors carry meaning. No locks: one object serves one stream on one thread.
+// All memory is one zero-filled block obtained at construction and cut into fixed regions. A variant with
+// half weights writes the seven big matrices as half precision into the first half of their regions. Between
+// calls only the three GRU hidden vectors carry meaning. No locks: one object serves one stream on one
+// thread.
 #pragma once
 
 #include <cstddef>
@@ -12,6 +14,8 @@
 #include <string>
 #include <unordered_map>
 #include <vector>
+
+#include "zelva-kit/src/audiodenoise/revolver_ops.h"
 
 namespace zelva {
 namespace runtime {
@@ -31,6 +35,28 @@ struct HyperspecificTensor {
 };
 
 using HyperspecificTensorMap = std::unordered_map<std::string, HyperspecificTensor>;
+
+// How the fused network runs on this processor. Every variant gives the same bits as the 128-bit SSE
+// reference with fp32 weights (the order of every sum is kept, and exp and tanh are the same 4-lane
+// functions); they differ in speed only.
+enum class RevolverIsa : uint8_t {
+  kSse,     // the reference: 128-bit operators
+  kAvx2,    // AVX2 matrix-vector products and packed convolutions
+  kAvx512,  // AVX-512F matrix-vector products, AVX2 packed convolutions
+};
+
+struct RevolverVariant {
+  RevolverIsa isa = RevolverIsa::kSse;
+  // The six GRU matrices and the dense matrix held as IEEE half precision and widened on the fly (F16C):
+  // only for a model whose weights are all exactly halves, so the products do not change.
+  bool half_weights = false;
+
+  bool operator==(const RevolverVariant& other) const {
+    return isa == other.isa && half_weights == other.half_weights;
+  }
+  // "sse fp32", "avx2 fp32", "avx2+f16c half", "avx512 fp32", "avx512 half".
+  const char* Name() const;
+};
 
 class Revolver {
  public:
@@ -62,7 +88,11 @@ class Revolver {
 
   // Reads the weights of the thirteen layers "1", "2", "4", "7", "8", "10", "13", "14", "16", "20", "21",
   // "22", "24". Fails (std::runtime_error) on a missing layer, a layer of another kind or short weight data.
+  // Runs the fastest variant this processor supports for this model (BestVariant).
   explicit Revolver(const std::shared_ptr<zelva::runtime::ZVModelInfo>& model);
+  // Runs the given variant; fails if the processor cannot run it or if it asks for half weights and a weight
+  // of the model is not exactly a half.
+  Revolver(const std::shared_ptr<zelva::runtime::ZVModelInfo>& model, RevolverVariant variant);
   ~Revolver();
   Revolver(const Revolver&) = delete;
   Revolver& operator=(const Revolver&) = delete;
@@ -74,12 +104,32 @@ class Revolver {
   // Zeroes the three GRU hidden vectors and nothing else.
   void ResetRnnState();
 
-  // Start of region `index` (order of kRegions), and the block itself.
+  // Start of region `index` (order of kRegions), and the block itself. With half weights the regions of the
+  // six GRU matrices and of the dense matrix hold their matrix as half precision bit patterns in their first
+  // half.
   const float* region(size_t index) const;
   const void* storage() const { return storage_; }
+  RevolverVariant variant() const { return variant_; }
+
+  // The variants, reference first, and whether this processor (with its operating system) can run one; if
+  // not, `why` says what is missing.
+  static const std::vector<RevolverVariant>& AllVariants();
+  static bool ProcessorRuns(RevolverVariant variant, std::string* why = nullptr);
+  // The fastest variant this processor runs; half weights only if `weights_are_halves`.
+  static RevolverVariant BestVariant(bool weights_are_halves);
+  // Every weight the fused network reads from `model` converts to half precision and back unchanged (always
+  // so for a binary model read as half precision). Layers that are missing or short count as not.
+  static bool WeightsAreHalves(const zelva::runtime::ZVModelInfo& model);
 
  private:
+  using MatVecFn = void (*)(const void* weight, const float* x, const float* bias, float* y, int rows);
+  using ConvFn = void (*)(const float* weight, const float* bias, const float* input, ShapeRecord in_shape,
+                          float* output, ShapeRecord out_shape);
+
+  void Init(const std::shared_ptr<zelva::runtime::ZVModelInfo>& model, RevolverVariant variant);
   void LoadWeights(const zelva::runtime::ZVModelInfo& model);
+  void GruLayer(MatVecFn input_product, const void* w_ih, const void* w_hh, const float* b_ih,
+                const float* b_hh, const float* x, float* h, float* gates_x, float* gates_h, float* out);
 
   static float* Revolver::*const kSlots[kRegionCount];  // the region pointers in the order of kRegions
 
@@ -132,6 +182,15 @@ class Revolver {
   float* gate_b_ = nullptr;
   float* vec_b_ = nullptr;
   void* storage_ = nullptr;
+
+  // The operators of the chosen variant, and the seven matrices they stream (fp32 or half, in their regions).
+  RevolverVariant variant_;
+  MatVecFn rows256_ = nullptr;
+  MatVecFn rows74_ = nullptr;
+  ConvFn depthwise8_ = nullptr;
+  ConvFn pointwise8_ = nullptr;
+  enum Matrix { kGru20Ih, kGru20Hh, kGru21Ih, kGru21Hh, kGru22Ih, kGru22Hh, kDense, kMatrixCount };
+  const void* matrices_[kMatrixCount] = {};
 };
 
 }  // namespace audiodenoise_v4_final_cpu_sse

@@ -562,9 +562,7 @@ void MatVec768x74(const float* weight, const float* x, const float* bias, float*
 // ---- GRU
 // --------------------------------------------------------------------------------------------------------
 
-namespace {
-
-inline void GruGates(const float* h_in, float* h_out, float* gates_x, float* gates_h) {
+void GruGates(const float* h_in, float* h_out, float* gates_x, float* gates_h) {
   const __m128 one = _mm_set1_ps(1.0f);
   const __m128 zero = _mm_setzero_ps();
   // r and z: sigmoid(gx + gh) = 1 / (1 + exp(0 - v)); an overflowing exp gives exactly 0.
@@ -584,8 +582,6 @@ inline void GruGates(const float* h_in, float* h_out, float* gates_x, float* gat
     _mm_storeu_ps(h_out + i, _mm_sub_ps(n, _mm_mul_ps(z, d)));
   }
 }
-
-}  // namespace
 
 void GruStep256(const float* x, const float* h_in, const float* w_ih, const float* w_hh, const float* b_ih,
                 const float* b_hh, float* h_out, float* gates_x, float* gates_h) {

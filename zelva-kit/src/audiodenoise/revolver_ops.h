@@ -122,6 +122,11 @@ void GruStep256(const float* x, const float* h_in, const float* w_ih, const floa
 void GruStep74(const float* x, const float* h_in, const float* w_ih, const float* w_hh, const float* b_ih,
                const float* b_hh, float* h_out, float* gates_x, float* gates_h);
 
+// Steps after the two products of a GRU step, with gates_x = w_ih x + b_ih and gates_h = w_hh h_in + b_hh:
+// r, z = 1 / (1 + exp(0 - (gx + gh))) over gates_h[0..511]; n = tanh(gx_n + gh_n * r) over gates_h[512..767];
+// h_out = n - z * (n - h_in). 4-lane exp and tanh; h_in may equal h_out.
+void GruGates(const float* h_in, float* h_out, float* gates_x, float* gates_h);
+
 // Time loop over in_shape[0] steps: the step of time t reads input + 256 t (74 t), updates `hidden` in place
 // and copies it to output + 256 t.
 void GruLayer256(const float* input, ShapeRecord in_shape, float* output, const float* w_ih,

@@ -178,6 +178,18 @@ bool EnvironmentX86::IsSseSupported() const {
   return Bit(leaf1_edx, 25);
 }
 
+bool EnvironmentX86::IsAvx2Usable() const {
+  return IsAvxUsable() && Bit(leaf7_ebx, 5);
+}
+
+bool EnvironmentX86::IsF16cUsable() const {
+  return IsAvxUsable() && Bit(leaf1_ecx, 29);
+}
+
+bool EnvironmentX86::IsAvx512fUsable() const {
+  return IsAvxUsable() && Bit(leaf7_ebx, 16) && Bit(xcr0, 5) && Bit(xcr0, 6) && Bit(xcr0, 7);
+}
+
 namespace {
 std::atomic<bool> avx_forced_off{false};
 }  // namespace

@@ -53,6 +53,13 @@ class EnvironmentX86 {
   bool IsAvxUsable() const;
   // The processor has SSE (leaf 1 EDX bit 25).
   bool IsSseSupported() const;
+  // AVX usable and the processor has AVX2 (leaf 7 EBX bit 5).
+  bool IsAvx2Usable() const;
+  // AVX usable and the processor converts half precision (F16C, leaf 1 ECX bit 29).
+  bool IsF16cUsable() const;
+  // The processor has AVX-512F (leaf 7 EBX bit 16) and the OS saves the opmask and ZMM state as well (XCR0
+  // bits 1, 2, 5, 6 and 7). Unlike the report's row, this looks at XCR0: it answers whether code may run.
+  bool IsAvx512fUsable() const;
 
   int32_t max_standard_leaf = 0;
   uint32_t max_extended_leaf = 0;

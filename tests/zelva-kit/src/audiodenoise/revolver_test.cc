@@ -172,7 +172,7 @@ uint32_t Fnv1a(const float* p, size_t bytes, uint32_t h) {
 TEST(Revolver, ExpFreeStagesArePinnedBitForBit) {
   const Floats inputs = ReadFloats(std::string(ZELVA_TEST_DATA_DIR) + "/denoise_fused_input.f32");
   ASSERT_EQ(inputs.size(), 60u * 560);
-  Revolver net(FixtureModel());
+  Revolver net(FixtureModel(), RevolverVariant{});  // the reference keeps every weight in its fp32 region
   auto hash_regions = [&](std::initializer_list<const char*> names, uint32_t h) {
     for (const char* name : names) {
       size_t i = 0;

@@ -227,6 +227,22 @@ TEST(EnvironmentX86, VendorBoundRowsAndTheOperatingSystemsYmmState) {
   }
   EXPECT_TRUE(AllBitsSet("AuthenticAMD", 6).Read().IsAvxUsable());
 
+  // What the fused network's wider variants ask: AVX2 and F16C need the YMM state, AVX-512F the opmask
+  // and ZMM state too (XCR0 bits 5 to 7), whatever the report's row says.
+  for (uint64_t xcr0 : {0x7ull, 0x67ull, 0xA7ull, 0xC7ull, 0xE5ull}) {
+    SCOPED_TRACE(xcr0);
+    const EnvironmentX86 env = AllBitsSet("GenuineIntel", xcr0).Read();
+    EXPECT_EQ(env.IsAvx2Usable(), (xcr0 & 6) == 6);
+    EXPECT_EQ(env.IsF16cUsable(), (xcr0 & 6) == 6);
+    EXPECT_FALSE(env.IsAvx512fUsable());
+    EXPECT_TRUE(Supported(env, "AVX512F"));
+  }
+  EXPECT_TRUE(AllBitsSet("GenuineIntel", 0xE7).Read().IsAvx512fUsable());
+  FakeProcessor no_f16c = AllBitsSet("GenuineIntel", 0xE7);
+  no_f16c.Set(kL1Ecx, ~(1u << 29));
+  EXPECT_FALSE(no_f16c.Read().IsF16cUsable());
+  EXPECT_TRUE(no_f16c.Read().IsAvx2Usable());
+
   // AVX present but OSXSAVE clear: XGETBV is not executed and AVX is not usable.
   FakeProcessor p = AllBitsSet("GenuineIntel", 7);
   p.Set(kL1Ecx, ~(1u << 27));
@@ -281,6 +297,8 @@ TEST(EnvironmentX86, RealProcessorMatchesCompilerView) {
   __builtin_cpu_init();
   EXPECT_EQ(env.IsAvxUsable(), __builtin_cpu_supports("avx") != 0);
   EXPECT_EQ(Supported(env, "AVX2"), __builtin_cpu_supports("avx2") != 0);
+  EXPECT_EQ(env.IsAvx2Usable(), __builtin_cpu_supports("avx2") != 0);
+  EXPECT_EQ(env.IsAvx512fUsable(), __builtin_cpu_supports("avx512f") != 0);
   EXPECT_EQ(Supported(env, "SSE4.2"), __builtin_cpu_supports("sse4.2") != 0);
   EXPECT_EQ(Supported(env, "BMI2"), __builtin_cpu_supports("bmi2") != 0);
 }

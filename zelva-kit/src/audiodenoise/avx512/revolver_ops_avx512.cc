@@ -1,0 +1,146 @@
+// AVX-512F forms of the fused network's matrix-vector products, fp32 or half weights. Compiled with
+// -mavx512f -mf16c and never -mfma: every sum keeps the order of the 128-bit form.
+#include <immintrin.h>
+
+// GCC 12's AVX-512 headers seed every 512-bit extract (castps512_ps128 included) with a self-initialised
+// "undefined" register, which -Wmaybe-uninitialized reports wherever one is inlined.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
+
+#include "zelva-kit/src/audiodenoise/revolver_ops_wide.h"
+
+namespace hyperspecific {
+namespace audiodenoise_v4_final_cpu_sse {
+
+namespace {
+
+// Everything here has internal linkage: the same helpers exist in other units under other flags.
+
+inline __m512 Load16(const float* w) {
+  return _mm512_loadu_ps(w);
+}
+inline __m512 Load16(const uint16_t* w) {
+  return _mm512_cvtph_ps(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(w)));
+}
+inline __m256 Load8(const float* w) {
+  return _mm256_loadu_ps(w);
+}
+inline __m256 Load8(const uint16_t* w) {
+  return _mm256_cvtph_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(w)));
+}
+inline float Scalar(const float* w) {
+  return *w;
+}
+inline float Scalar(const uint16_t* w) {
+  return _cvtsh_ss(*w);
+}
+
+inline __m512 MulAdd16(__m512 acc, __m512 w, __m512 x) {
+  return _mm512_add_ps(acc, _mm512_mul_ps(w, x));
+}
+
+// Quarter q of a 512-bit register.
+template <int q>
+inline __m128 Quarter(__m512 a) {
+  return _mm512_extractf32x4_ps(a, q);
+}
+
+// s = (a3 + a2) + (a1 + a0) of one row held as [a0 | a1 | a2 | a3].
+inline __m128 RowSum(__m512 a) {
+  const __m128 a32 = _mm_add_ps(Quarter<3>(a), Quarter<2>(a));
+  const __m128 a10 = _mm_add_ps(Quarter<1>(a), _mm512_castps512_ps128(a));
+  return _mm_add_ps(a32, a10);
+}
+
+// The same with a0 and a1 replaced by the low half `a01`.
+inline __m128 RowSum(__m512 a, __m256 a01) {
+  const __m128 a32 = _mm_add_ps(Quarter<3>(a), Quarter<2>(a));
+  const __m128 a10 = _mm_add_ps(_mm256_extractf128_ps(a01, 1), _mm256_castps256_ps128(a01));
+  return _mm_add_ps(a32, a10);
+}
+
+// Four rows' s vectors to ((s0 + s1) + s2) + s3 per row, one row per lane.
+inline __m128 Horizontal4(__m128 s0, __m128 s1, __m128 s2, __m128 s3) {
+  _MM_TRANSPOSE4_PS(s0, s1, s2, s3);
+  return _mm_add_ps(_mm_add_ps(_mm_add_ps(s0, s1), s2), s3);
+}
+
+inline __m128 Bias4(const float* bias, int r) {
+  return bias != nullptr ? _mm_loadu_ps(bias + r) : _mm_setzero_ps();
+}
+
+template <typename W>
+void Rows256(const W* weight, const float* x, const float* bias, float* y, int rows) {
+  for (int r = 0; r < rows; r += 8) {
+    const W* w = weight + static_cast<size_t>(r) * 256;
+    __m512 acc[8];
+    for (int i = 0; i < 8; ++i) acc[i] = _mm512_setzero_ps();
+    // The next group of rows starts a new page, where the hardware prefetcher stops: fetch it along.
+    const char* next = reinterpret_cast<const char*>(w + 8 * 256);
+    for (int k = 0; k < 256; k += 16) {
+      for (size_t line = 0; line < 8 * 16 * sizeof(W); line += 64) {
+        _mm_prefetch(next + static_cast<size_t>(k) * 8 * sizeof(W) + line, _MM_HINT_T0);
+      }
+      const __m512 xv = _mm512_loadu_ps(x + k);
+      for (int i = 0; i < 8; ++i) acc[i] = MulAdd16(acc[i], Load16(w + i * 256 + k), xv);
+    }
+    for (int g = 0; g < 8; g += 4) {
+      const __m128 h =
+          Horizontal4(RowSum(acc[g]), RowSum(acc[g + 1]), RowSum(acc[g + 2]), RowSum(acc[g + 3]));
+      _mm_storeu_ps(y + r + g, _mm_add_ps(h, Bias4(bias, r + g)));
+    }
+  }
+}
+
+template <typename W>
+void Rows74(const W* weight, const float* x, const float* bias, float* y, int rows) {
+  const __m128 x72 = _mm_set1_ps(x[72]);
+  const __m128 x73 = _mm_set1_ps(x[73]);
+  const __m256 x6471 = _mm256_loadu_ps(x + 64);
+  for (int r = 0; r < rows; r += 8) {
+    const W* w = weight + static_cast<size_t>(r) * 74;
+    __m512 acc[8];
+    for (int i = 0; i < 8; ++i) acc[i] = _mm512_setzero_ps();
+    for (int k = 0; k < 64; k += 16) {
+      const __m512 xv = _mm512_loadu_ps(x + k);
+      for (int i = 0; i < 8; ++i) acc[i] = MulAdd16(acc[i], Load16(w + i * 74 + k), xv);
+    }
+    // a0 += elements 64..67, a1 += 68..71.
+    __m256 a01[8];
+    for (int i = 0; i < 8; ++i) {
+      a01[i] = _mm256_add_ps(_mm512_castps512_ps256(acc[i]), _mm256_mul_ps(Load8(w + i * 74 + 64), x6471));
+    }
+    for (int g = 0; g < 8; g += 4) {
+      const __m128 h = Horizontal4(RowSum(acc[g], a01[g]), RowSum(acc[g + 1], a01[g + 1]),
+                                   RowSum(acc[g + 2], a01[g + 2]), RowSum(acc[g + 3], a01[g + 3]));
+      const W* wg = w + g * 74;
+      // w[73] x[73] + (w[72] x[72] + b), then added to the lane sum.
+      const __m128 w72 =
+          _mm_setr_ps(Scalar(wg + 72), Scalar(wg + 74 + 72), Scalar(wg + 148 + 72), Scalar(wg + 222 + 72));
+      const __m128 w73 =
+          _mm_setr_ps(Scalar(wg + 73), Scalar(wg + 74 + 73), Scalar(wg + 148 + 73), Scalar(wg + 222 + 73));
+      const __m128 tail =
+          _mm_add_ps(_mm_mul_ps(w73, x73), _mm_add_ps(_mm_mul_ps(w72, x72), Bias4(bias, r + g)));
+      _mm_storeu_ps(y + r + g, _mm_add_ps(h, tail));
+    }
+  }
+}
+
+}  // namespace
+
+void MatVecRows256Avx512(const float* weight, const float* x, const float* bias, float* y, int rows) {
+  Rows256(weight, x, bias, y, rows);
+}
+void MatVecRows256HalfAvx512(const uint16_t* weight, const float* x, const float* bias, float* y, int rows) {
+  Rows256(weight, x, bias, y, rows);
+}
+void MatVecRows74Avx512(const float* weight, const float* x, const float* bias, float* y, int rows) {
+  Rows74(weight, x, bias, y, rows);
+}
+void MatVecRows74HalfAvx512(const uint16_t* weight, const float* x, const float* bias, float* y, int rows) {
+  Rows74(weight, x, bias, y, rows);
+}
+
+}  // namespace audiodenoise_v4_final_cpu_sse
+}  // namespace hyperspecific
