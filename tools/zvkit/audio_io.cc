@@ -158,9 +158,23 @@ void Resampler::Process(const float* in, size_t count, bool end, std::vector<flo
   }
 }
 
+// $ZVKIT_MODELS, else models/ beside the folder zvkit runs from (build/zvkit -> models/ of the source tree),
+// else share/zelva/models of an installed tree. No path of the build machine is compiled in.
 std::string DefaultModelPath(const std::string& file) {
   const char* dir = std::getenv("ZVKIT_MODELS");
-  return std::string(dir != nullptr && *dir != '\0' ? dir : ZVKIT_MODELS_DIR) + "/" + file;
+  if (dir != nullptr && *dir != '\0') return std::string(dir) + "/" + file;
+  char exe[4096];
+  const ssize_t n = readlink("/proc/self/exe", exe, sizeof(exe) - 1);
+  std::string root = "..";
+  if (n > 0) {
+    const std::string path(exe, static_cast<size_t>(n));
+    root = path.substr(0, path.rfind('/')) + "/..";
+  }
+  for (const char* sub : {"/models/", "/share/zelva/models/"}) {
+    const std::string candidate = root + sub + file;
+    if (access(candidate.c_str(), R_OK) == 0) return candidate;
+  }
+  return root + "/models/" + file;
 }
 
 Progress::Progress(int64_t total_frames, int rate, bool quiet)

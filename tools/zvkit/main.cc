@@ -84,8 +84,9 @@ const std::vector<Command>& Commands() {
        "warning).\n"
        "--model/--config: the network (1 x 7 x 80 block in, 80 band gains out); default models/denoise.zvmod "
        "and\n"
-       "models/denoise.cfg.json of the source tree, or of the folder $ZVKIT_MODELS. --fused: the hand-fused "
-       "path.\n"
+       "models/denoise.cfg.json\nin ../models beside zvkit (the source tree's for build/zvkit), or in "
+       "$ZVKIT_MODELS. --fused: the\n"
+       "hand-fused path.\n"
        "--reference CLEAN: a clean recording at IN's rate and channel count; prints\n"
        "  SI-SDR input X dB, output Y dB, improvement Z dB\n"
        "A progress bar shows on a terminal for inputs over 5 s (not with --quiet). At the end, on stderr,\n"
@@ -105,7 +106,8 @@ const std::vector<Command>& Commands() {
        "--csv PATH writes time,probability with one row per hop (time: the hop's start in seconds); --csv -\n"
        "writes those rows to stdout instead of the segments.\n"
        "--model/--config: the network (1 x 1 x 80 features in, 1 probability out); default models/vad.zvmod\n"
-       "and models/vad.cfg.json of the source tree, or of the folder $ZVKIT_MODELS.\n"
+       "and models/vad.cfg.json in ../models beside zvkit (the source tree's for build/zvkit), or in "
+       "$ZVKIT_MODELS.\n"
        "At the end, on stderr: real-time factor R. Exits 1 with one line on stderr when IN cannot be read.\n",
        &CmdVad},
       {"kernels", "list the registered kernel names by registration group",
