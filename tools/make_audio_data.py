@@ -354,6 +354,21 @@ def read_wav(path):
         return np.frombuffer(w.readframes(w.getnframes()), dtype="<i2").astype(np.float32) / 32768.0
 
 
+def copy_example(held_dir, dest):
+    """The bundled example: the first held-out recorded-speech mixture at 0 dB that is 4 to 6 s long."""
+    import shutil
+    with open(os.path.join(held_dir, "manifest.csv")) as f:
+        for row in csv.DictReader(f):
+            if row["set"] == "recorded" and int(row["snr_db"]) == 0:
+                n = len(read_wav(os.path.join(held_dir, row["noisy"])))
+                if 4 * RATE <= n <= 6 * RATE:
+                    shutil.copyfile(os.path.join(held_dir, row["noisy"]), os.path.join(dest, "example_noisy.wav"))
+                    shutil.copyfile(os.path.join(held_dir, row["clean"]), os.path.join(dest, "example_clean.wav"))
+                    print(f"example: {row['name']}, {n / RATE:.2f} s")
+                    return
+    raise SystemExit("no held-out recorded mixture at 0 dB of 4 to 6 s")
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--root", default="/work/data")
@@ -362,7 +377,12 @@ def main():
     parser.add_argument("--synthetic", type=int, default=900, help="synthesised training utterances")
     parser.add_argument("--jobs", type=int, default=2)
     parser.add_argument("--quick", action="store_true", help="every tenth file only (to try the tool out)")
+    parser.add_argument("--example", default="", help="only copy the bundled example from the held-out set "
+                        "into this folder (as example_noisy.wav and example_clean.wav)")
     args = parser.parse_args()
+    if args.example:
+        copy_example(os.path.join(args.root, "heldout"), args.example)
+        return
 
     rng = random.Random(args.seed)
     words = sentences()

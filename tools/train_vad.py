@@ -12,6 +12,7 @@ Labels: tools/make_audio_data.speech_labels on the clean speech of each mixture:
 and above -70 dBFS; a mixture without speech is all zeros. The held-out manifest's labels follow the same rule.
 
   /usr/bin/python3 tools/train_vad.py [--data /work/data] [--out /work/data/logs/vad] [--steps N] [--seed N]
+  /usr/bin/python3 tools/train_vad.py --init CKPT --seed N --lr 1e-3 --out DIR   a second stage from CKPT
   /usr/bin/python3 tools/train_vad.py --eval CKPT         held-out frame F1, precision, recall, false alarms
   /usr/bin/python3 tools/train_vad.py --export CKPT [--stream WAV]
       writes models/vad.zvmod (float32 weights: the VAD engine reads binary weights at full precision),
@@ -82,10 +83,13 @@ def train(args):
     pools = mad.load_pools(args.data)
     val = batch(random.Random(4321), pools, 64, args.seconds)
     net = VadNet()
-    with torch.no_grad():
-        f = val[0].reshape(-1, af.BANDS)
-        net.mean.copy_(f.mean(0))
-        net.scale.copy_(1.0 / (f.std(0) + 1e-3))
+    if args.init:
+        net.load_state_dict(torch.load(args.init)["net"])
+    else:
+        with torch.no_grad():
+            f = val[0].reshape(-1, af.BANDS)
+            net.mean.copy_(f.mean(0))
+            net.scale.copy_(1.0 / (f.std(0) + 1e-3))
     opt = torch.optim.Adam(net.parameters(), lr=args.lr)
     sched = torch.optim.lr_scheduler.OneCycleLR(opt, max_lr=args.lr, total_steps=args.steps, pct_start=0.05)
     bce = nn.BCELoss()
@@ -229,6 +233,7 @@ def main():
     parser.add_argument("--seconds", type=float, default=4.0)
     parser.add_argument("--lr", type=float, default=3e-3)
     parser.add_argument("--threads", type=int, default=1)
+    parser.add_argument("--init", default="", help="start from this checkpoint (a second, finer stage)")
     parser.add_argument("--eval", default="")
     parser.add_argument("--export", default="")
     parser.add_argument("--stream", default=os.path.join(here, "..", "models", "example_noisy.wav"))
