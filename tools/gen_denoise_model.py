@@ -284,11 +284,18 @@ def stream(net, inputs):
 
 
 def trained_net(path):
-    """The network with a checkpoint's weights, each truncated to half."""
+    """The network with a checkpoint's weights, each truncated to half. A checkpoint trained on shifted and
+    scaled features, (x + shift) * scale, has that folded into the first convolution: W' = W * scale,
+    b' = b + scale * shift * sum(W)."""
     net = DenoiseNet().eval()
     state = torch.load(path)
     net.load_state_dict(state.get("net", state))
     with torch.no_grad():
+        if "input_scale" in state:
+            scale, shift = state["input_scale"], state["input_shift"]
+            w = net.c1.weight.clone()
+            net.c1.weight.copy_(w * scale)
+            net.c1.bias.add_(scale * shift * w.sum())
         for param in net.parameters():
             param.copy_(torch.from_numpy(truncate_to_half(param.numpy())))
     return net
