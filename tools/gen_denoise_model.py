@@ -1,8 +1,12 @@
 #!/usr/bin/python3
-"""Builds the denoise network in PyTorch with random weights; writes the bundled model, its configuration and
-the fixtures of the tests.
+"""Builds the denoise network in PyTorch, with the trained weights of a checkpoint (--weights, from
+tools/train_denoise.py) or with random ones; writes the bundled model, its configuration and the fixtures of the
+tests.
 
-Every drawn weight is narrowed to half precision by truncation toward zero (not rounding) before anything is
+With --weights the fixture blocks are the features of a recording (--audio, the bundled noisy example by default),
+so the outputs are the gains the network gives real audio. Without it, weights and blocks are drawn at random.
+
+Every weight (drawn or trained) is narrowed to half precision by truncation toward zero (not rounding) before anything is
 computed, so the float32 weights PyTorch runs are exactly those the engine reads back from the binary model
 (which stores half precision and narrows by truncation): the binary model and a JSON twin with float32
 weights hold the same numbers.
@@ -23,7 +27,8 @@ Layers: 0 input; 1 depthwise 3x3 (1 channel); 2, 4 pointwise 1 -> 16; 3 hard sig
 23 reshape to 256; 24 dense 256 -> 80; 25 ReLU (the output).
 
 Run with Debian's PyTorch, after building zvkit:
-  /usr/bin/python3 tools/gen_denoise_model.py [--zvkit build/zvkit] [--seed N] [--blocks N] [--json PATH]
+  /usr/bin/python3 tools/gen_denoise_model.py --weights CKPT [--audio WAV] [--zvkit build/zvkit] [--json PATH]
+  /usr/bin/python3 tools/gen_denoise_model.py [--seed N] [--blocks N]      (random weights)
 """
 
 import argparse
@@ -33,10 +38,14 @@ import os
 import subprocess
 import tempfile
 
+import sys
+
 import numpy as np
 import torch
 import torch.nn as nn
 import torch.nn.functional as F
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
 PROTOCOL_VERSION = 20018
 
@@ -274,6 +283,34 @@ def stream(net, inputs):
     return outputs
 
 
+def trained_net(path):
+    """The network with a checkpoint's weights, each truncated to half. A checkpoint trained on shifted and
+    scaled features, (x + shift) * scale, has that folded into the first convolution: W' = W * scale,
+    b' = b + scale * shift * sum(W)."""
+    net = DenoiseNet().eval()
+    state = torch.load(path)
+    net.load_state_dict(state.get("net", state))
+    with torch.no_grad():
+        if "input_scale" in state:
+            scale, shift = state["input_scale"], state["input_shift"]
+            w = net.c1.weight.clone()
+            net.c1.weight.copy_(w * scale)
+            net.c1.bias.add_(scale * shift * w.sum())
+        for param in net.parameters():
+            param.copy_(torch.from_numpy(truncate_to_half(param.numpy())))
+    return net
+
+
+def audio_blocks(path, count, skip=0):
+    """count blocks of the recording's features from block skip on (wrapping around at its end)."""
+    import wave
+    import audio_features
+    with wave.open(path, "rb") as w:
+        x = np.frombuffer(w.readframes(w.getnframes()), dtype="<i2").astype(np.float32) / 32768.0
+    blocks = audio_features.denoise_blocks(audio_features.features(x))
+    return blocks[(skip + np.arange(count)) % len(blocks)].astype(np.float32)
+
+
 def build_net(seed):
     """The network with the committed weights (same seed, same draws)."""
     rng = np.random.default_rng(seed)
@@ -294,14 +331,24 @@ def main():
     parser.add_argument("--seed", type=int, default=20018)
     parser.add_argument("--blocks", type=int, default=60)
     parser.add_argument("--stream-blocks", type=int, default=200)
+    parser.add_argument("--weights", default="", help="a checkpoint of tools/train_denoise.py")
+    parser.add_argument("--audio", default=os.path.join(root, "models", "example_noisy.wav"),
+                        help="with --weights: the recording whose feature blocks the fixtures hold")
     args = parser.parse_args()
 
-    net, rng = build_net(args.seed)
-    inputs = rng.uniform(-1.5, 1.5, size=(args.blocks, 7, 80)).astype(np.float32)
+    if args.weights:
+        net = trained_net(args.weights)
+        inputs = audio_blocks(args.audio, args.blocks)
+        stream_inputs = audio_blocks(args.audio, args.stream_blocks, skip=args.blocks)
+    else:
+        net, rng = build_net(args.seed)
+        inputs = rng.uniform(-1.5, 1.5, size=(args.blocks, 7, 80)).astype(np.float32)
+        stream_inputs = rng.uniform(-1.5, 1.5, size=(args.stream_blocks, 7, 80)).astype(np.float32)
     outputs = stream(net, inputs)
-    stream_inputs = rng.uniform(-1.5, 1.5, size=(args.stream_blocks, 7, 80)).astype(np.float32)
 
     model = model_json(net)
+    if args.weights:
+        model["extra_info"]["summary"] = "denoise network, trained weights (half precision)"
     os.makedirs(args.models, exist_ok=True)
     os.makedirs(args.out, exist_ok=True)
     with tempfile.TemporaryDirectory() as tmp:
