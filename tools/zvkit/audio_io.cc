@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "tools/zvkit/log_sink.h"
 #include "tools/zvkit/zvkit.h"
 #include "zelva/audio/contract.h"
 
@@ -211,6 +212,7 @@ bool TakeAudioOption(const std::vector<std::string>& args, size_t* i, AudioOptio
   if (a == "--config") return TakeValue(args, i, &o->config, error);
   if (a == "--quiet") {
     o->quiet = true;
+    ShowErrorsOnly();
     return true;
   }
   *taken = false;

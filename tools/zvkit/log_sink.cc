@@ -8,6 +8,9 @@ namespace zvkit {
 namespace {
 
 bool verbose_sink = false;
+bool errors_only = false;
+// How the denoise engine announces its hand-fused path: logged at the Error level, but no error.
+const char* const kFusedNotice = "using hyper specific audio denoise model";
 
 enum class Level { kPlain, kWarning, kError };
 
@@ -29,6 +32,7 @@ Level LevelOf(const std::string& line) {
 
 int32_t Sink(const char* text) {
   const std::string line = text != nullptr ? text : "";
+  if (errors_only && (LevelOf(line) != Level::kError || LogMessage(line) == kFusedNotice)) return 0;
   if (verbose_sink) {
     std::fprintf(stderr, "%s\n", line.c_str());
   } else {
@@ -47,6 +51,10 @@ void InstallLogSink(bool verbose) {
 
 void RestoreLogSink() {
   ZV2_SetLogCallback(&Sink);
+}
+
+void ShowErrorsOnly() {
+  errors_only = true;
 }
 
 bool Verbose() {
@@ -80,7 +88,7 @@ std::string LogMessage(const std::string& line) {
 std::string QuietLogLine(const std::string& line) {
   const std::string message = LogMessage(line);
   // The denoise engine's notice that it runs the hand-fused path comes at the Error level; it is no error.
-  if (message == "using hyper specific audio denoise model") return "zelva: " + message;
+  if (message == kFusedNotice) return "zelva: " + message;
   switch (LevelOf(line)) {
     case Level::kWarning:
       return "zelva: warning: " + message;

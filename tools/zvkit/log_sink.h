@@ -20,6 +20,9 @@ namespace zvkit {
 void InstallLogSink(bool verbose);
 // Puts zvkit's sink back after a command has used a sink of its own for a while.
 void RestoreLogSink();
+// --quiet: from now on only the library's errors are shown (not its notices, nor the fused path's
+// announcement).
+void ShowErrorsOnly();
 bool Verbose();
 
 // The message of a library line without its decoration, nested decorations included (an engine's error line
