@@ -2,6 +2,7 @@
 // the engine to the same bits on both paths: the binary read narrows by truncation, and the committed weights
 // are already half values, so nothing is lost on either side.
 #include "zelva-kit/src/audiodenoise/api_cxx_audiodenoise.h"
+#include "support/files.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -22,15 +23,7 @@ using Floats = std::vector<float>;
 
 const std::string kModels = std::string(ZELVA_TEST_DATA_DIR) + "/../../models/";
 
-Floats ReadFloats(const std::string& path) {
-  Floats values;
-  FILE* file = std::fopen(path.c_str(), "rb");
-  if (file == nullptr) return values;
-  float v;
-  while (std::fread(&v, sizeof(v), 1, file) == 1) values.push_back(v);
-  std::fclose(file);
-  return values;
-}
+using zvtest::ReadFloats;
 
 Floats Stream(const std::string& model, bool fused, const Floats& inputs) {
   const std::string config = kModels + "denoise.cfg.json";

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "support/files.h"
 #include "support/log_capture.h"
 #include "zv2.h"
 
@@ -23,15 +24,7 @@ constexpr size_t kOut = 80;
 const std::string kModel = std::string(ZELVA_SOURCE_DIR) + "/models/denoise.zvmod";
 const std::string kConfig = std::string(ZELVA_SOURCE_DIR) + "/models/denoise.cfg.json";
 
-Floats ReadFloats(const std::string& path) {
-  Floats values;
-  FILE* file = std::fopen(path.c_str(), "rb");
-  if (file == nullptr) return values;
-  float v;
-  while (std::fread(&v, sizeof(v), 1, file) == 1) values.push_back(v);
-  std::fclose(file);
-  return values;
-}
+using zvtest::ReadFloats;
 
 // PyTorch's tolerance: the engine sums in another order than PyTorch, and the GRU state carries the
 // difference from block to block.

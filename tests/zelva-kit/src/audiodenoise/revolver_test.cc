@@ -3,6 +3,7 @@
 // tools/gen_denoise_model.py), and resets, are driven through the public entries in
 // denoise_network_api_test.cc.
 #include "zelva-kit/src/audiodenoise/revolver.h"
+#include "support/files.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -79,15 +80,7 @@ std::shared_ptr<ZVModelInfo> MakeModel(
 
 // The fixtures of tools/gen_denoise_model.py: the bundled network (trained weights, half precision), input
 // blocks and the outputs PyTorch gave for them streaming from a zero state.
-Floats ReadFloats(const std::string& path) {
-  Floats values;
-  FILE* file = std::fopen(path.c_str(), "rb");
-  if (file == nullptr) return values;
-  float v;
-  while (std::fread(&v, sizeof(v), 1, file) == 1) values.push_back(v);
-  std::fclose(file);
-  return values;
-}
+using zvtest::ReadFloats;
 
 std::shared_ptr<ZVModelInfo> FixtureModel() {
   auto model = std::make_shared<ZVModelInfo>();

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "support/files.h"
 #include "zelva-kit/src/audiodenoise/revolver.h"
 #include "zelva/src/runtime/weight_data.h"
 #include "zelva/src/runtime/zvmodel2/layer_info.h"
@@ -32,15 +33,7 @@ using zelva::runtime::ZVModelInfo;
 using Floats = std::vector<float>;
 constexpr size_t kBlock = 7 * 80;
 
-Floats ReadFloats(const std::string& path) {
-  Floats values;
-  FILE* file = std::fopen(path.c_str(), "rb");
-  if (file == nullptr) return values;
-  float v;
-  while (std::fread(&v, sizeof(v), 1, file) == 1) values.push_back(v);
-  std::fclose(file);
-  return values;
-}
+using zvtest::ReadFloats;
 
 std::shared_ptr<ZVModelInfo> BundledModel() {
   auto model = std::make_shared<ZVModelInfo>();

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "support/files.h"
 #include "support/log_capture.h"
 #include "zv2.h"
 
@@ -23,16 +24,7 @@ std::string Data(const std::string& name) {
   return std::string(ZELVA_TEST_DATA_DIR) + "/vad/" + name;
 }
 
-std::vector<float> ReadFloats(const std::string& path) {
-  std::ifstream file(path, std::ios::binary | std::ios::ate);
-  EXPECT_TRUE(file.good()) << path;
-  const std::streamsize bytes = file.tellg();
-  std::vector<float> values(static_cast<size_t>(bytes) / sizeof(float));
-  file.seekg(0);
-  file.read(reinterpret_cast<char*>(values.data()),
-            static_cast<std::streamsize>(values.size() * sizeof(float)));
-  return values;
-}
+using zvtest::ReadFloats;
 
 std::vector<int> ReadLabels(const std::string& path) {
   std::ifstream file(path);
