@@ -160,7 +160,7 @@ TEST_F(Streams, InterleavedStreamsKeepTheirOwnState) {
 TEST_F(Streams, BatchesMatchSingleStreamsBitForBit) {
   const Floats& src = Bundled();
   const size_t blocks = Blocks(src);
-  for (size_t count : {1u, 3u, 17u}) {
+  for (size_t count : {1u, 2u, 3u, 17u}) {
     std::vector<ZVS_Stream*> batch(count), single(count);
     for (size_t i = 0; i < count; ++i) {
       batch[i] = NewStream();

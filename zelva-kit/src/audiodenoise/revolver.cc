@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "zelva-kit/src/audiodenoise/revolver_ops.h"
 #include "zelva-kit/src/audiodenoise/revolver_ops_wide.h"
@@ -73,6 +74,17 @@ void FloatRows(const void* w, const float* x, const float* b, float* y, int rows
 template <void (*F)(const uint16_t*, const float*, const float*, float*, int)>
 void HalfRows(const void* w, const float* x, const float* b, float* y, int rows) {
   F(static_cast<const uint16_t*>(w), x, b, y, rows);
+}
+
+template <void (*F)(const float*, const float* const*, const float*, float* const*, int, size_t)>
+void FloatBatch(const void* w, const float* const* x, const float* b, float* const* y, int rows,
+                size_t count) {
+  F(static_cast<const float*>(w), x, b, y, rows, count);
+}
+template <void (*F)(const uint16_t*, const float* const*, const float*, float* const*, int, size_t)>
+void HalfBatch(const void* w, const float* const* x, const float* b, float* const* y, int rows,
+               size_t count) {
+  F(static_cast<const uint16_t*>(w), x, b, y, rows, count);
 }
 
 // The first entry of a weight list, which must exist.
@@ -254,6 +266,8 @@ void Revolver::Init(const std::shared_ptr<ZVModelInfo>& model, RevolverVariant v
     case RevolverIsa::kAvx512:
       rows256_ = variant.half_weights ? HalfRows<MatVecRows256HalfAvx512> : FloatRows<MatVecRows256Avx512>;
       rows74_ = variant.half_weights ? HalfRows<MatVecRows74HalfAvx512> : FloatRows<MatVecRows74Avx512>;
+      rows256_batch_ = variant.half_weights ? HalfBatch<MatVecRows256HalfBatchAvx512>
+                                            : FloatBatch<MatVecRows256BatchAvx512>;
       depthwise8_ = DepthwiseConv3x3Packed8Avx2;
       pointwise8_ = PointwiseConvPacked8Avx2;
       break;
@@ -406,16 +420,20 @@ void Revolver::GruLayer(MatVecFn input_product, const void* w_ih, const void* w_
   std::memcpy(out, h, 256 * sizeof(float));
 }
 
-template <class X, class Y>
-void Revolver::BatchProduct(MatVecFn product, const void* weight, int cols, int rows, const float* bias,
-                            size_t count, X x_of, Y y_of) const {
+void Revolver::BatchProduct(MatVecFn product, BatchFn batch, const void* weight, int cols, int rows,
+                            const float* bias, size_t count, const float* const* x, float* const* y) const {
+  // One stream alone runs faster through the product's own rows side by side.
+  if (batch != nullptr && count >= 2) {
+    batch(weight, x, bias, y, rows, count);
+    return;
+  }
   // 16 rows are 16 KiB of fp32 weights (8 KiB of halves): they stay in the first-level cache while every
   // stream of the batch uses them. Each row's sum is the one the whole product computes for it.
   constexpr int kGroupRows = 16;
   const size_t row_bytes = static_cast<size_t>(cols) * (variant_.half_weights ? 2 : 4);
   for (int r = 0; r < rows; r += kGroupRows) {
     const void* group = static_cast<const char*>(weight) + static_cast<size_t>(r) * row_bytes;
-    for (size_t i = 0; i < count; ++i) product(group, x_of(i), bias + r, y_of(i) + r, kGroupRows);
+    for (size_t i = 0; i < count; ++i) product(group, x[i], bias + r, y[i] + r, kGroupRows);
   }
 }
 
@@ -431,30 +449,36 @@ bool Revolver::RunBatch(size_t count, const float* const* inputs, RevolverState*
   }
   // The recurrent stack layer by layer over all streams; a layer's output is its hidden vector.
   const MatVecFn input_products[3] = {rows74_, rows256_, rows256_};
+  const BatchFn input_batches[3] = {nullptr, rows256_batch_, rows256_batch_};
   const int input_cols[3] = {74, 256, 256};
   const void* const w_ih[3] = {matrices_[kGru20Ih], matrices_[kGru21Ih], matrices_[kGru22Ih]};
   const void* const w_hh[3] = {matrices_[kGru20Hh], matrices_[kGru21Hh], matrices_[kGru22Hh]};
   const float* const b_ih[3] = {gru20_b_ih_, gru21_b_ih_, gru22_b_ih_};
   const float* const b_hh[3] = {gru20_b_hh_, gru21_b_hh_, gru22_b_hh_};
+  const float** xs = scratch.xs();
+  float** ys = scratch.ys();
   for (int layer = 0; layer < 3; ++layer) {
-    auto input_of = [&](size_t i) -> const float* {
-      return layer == 0 ? scratch.features(i) : states[i]->h[layer - 1];
-    };
-    BatchProduct(input_products[layer], w_ih[layer], input_cols[layer], 768, b_ih[layer], count, input_of,
-                 [&](size_t i) { return scratch.gates_x(i); });
-    BatchProduct(
-        rows256_, w_hh[layer], 256, 768, b_hh[layer], count,
-        [&](size_t i) -> const float* { return states[i]->h[layer]; },
-        [&](size_t i) { return scratch.gates_h(i); });
+    for (size_t i = 0; i < count; ++i) {
+      xs[i] = layer == 0 ? scratch.features(i) : states[i]->h[layer - 1];
+      ys[i] = scratch.gates_x(i);
+    }
+    BatchProduct(input_products[layer], input_batches[layer], w_ih[layer], input_cols[layer], 768,
+                 b_ih[layer], count, xs, ys);
+    for (size_t i = 0; i < count; ++i) {
+      xs[i] = states[i]->h[layer];
+      ys[i] = scratch.gates_h(i);
+    }
+    BatchProduct(rows256_, rows256_batch_, w_hh[layer], 256, 768, b_hh[layer], count, xs, ys);
     for (size_t i = 0; i < count; ++i) {
       GruGates(states[i]->h[layer], states[i]->h[layer], scratch.gates_x(i), scratch.gates_h(i));
     }
   }
   // The dense layer into each stream's feature row (free by now), then out.
-  BatchProduct(
-      rows256_, matrices_[kDense], 256, 80, layer24_bias_, count,
-      [&](size_t i) -> const float* { return states[i]->h[2]; },
-      [&](size_t i) { return scratch.features(i); });
+  for (size_t i = 0; i < count; ++i) {
+    xs[i] = states[i]->h[2];
+    ys[i] = scratch.features(i);
+  }
+  BatchProduct(rows256_, rows256_batch_, matrices_[kDense], 256, 80, layer24_bias_, count, xs, ys);
   for (size_t i = 0; i < count; ++i) {
     ReluPass(scratch.features(i), scratch.features(i), {80, 4});
     std::memcpy(outputs[i], scratch.features(i), kOutputSize * sizeof(float));
@@ -476,6 +500,12 @@ bool RevolverBatchScratch::Reserve(size_t count) {
     std::memset(static_cast<void*>(block_), 0, sizeof(RevolverScratch));
   }
   if (count <= capacity_) return true;
+  try {
+    xs_.resize(count);
+    ys_.resize(count);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
   const size_t bytes = count * kLaneFloats * sizeof(float);
   float* lanes = static_cast<float*>(std::aligned_alloc(64, (bytes + 63) / 64 * 64));
   if (lanes == nullptr) return false;

@@ -98,12 +98,17 @@ class RevolverBatchScratch {
   float* features(size_t i) { return lanes_ + i * kLaneFloats; }  // 80 floats: the 74 of stage three
   float* gates_x(size_t i) { return features(i) + 80; }           // 768 floats
   float* gates_h(size_t i) { return features(i) + 848; }          // 768 floats
+  // Room for one pointer per stream, for the arguments of a product.
+  const float** xs() { return xs_.data(); }
+  float** ys() { return ys_.data(); }
 
  private:
   static constexpr size_t kLaneFloats = 80 + 768 + 768;
   RevolverScratch* block_ = nullptr;
   float* lanes_ = nullptr;
   size_t capacity_ = 0;
+  std::vector<const float*> xs_;
+  std::vector<float*> ys_;
 };
 
 class Revolver {
@@ -181,6 +186,8 @@ class Revolver {
 
  private:
   using MatVecFn = void (*)(const void* weight, const float* x, const float* bias, float* y, int rows);
+  using BatchFn = void (*)(const void* weight, const float* const* x, const float* bias, float* const* y,
+                           int rows, size_t count);
   using ConvFn = void (*)(const float* weight, const float* bias, const float* input, ShapeRecord in_shape,
                           float* output, ShapeRecord out_shape);
 
@@ -207,11 +214,10 @@ class Revolver {
   void GruLayer(MatVecFn input_product, const void* w_ih, const void* w_hh, const float* b_ih,
                 const float* b_hh, const float* x, float* h, float* gates_x, float* gates_h,
                 float* out) const;
-  // y_of(i) = weight x_of(i) + bias for `count` vectors, `rows` rows of `cols` elements, a group of rows at a
-  // time.
-  template <class X, class Y>
-  void BatchProduct(MatVecFn product, const void* weight, int cols, int rows, const float* bias, size_t count,
-                    X x_of, Y y_of) const;
+  // y[i] = weight x[i] + bias for `count` vectors, `rows` rows of `cols` elements: through `batch` when the
+  // variant has one, else `product` a group of rows at a time.
+  void BatchProduct(MatVecFn product, BatchFn batch, const void* weight, int cols, int rows,
+                    const float* bias, size_t count, const float* const* x, float* const* y) const;
   static Work ScratchWork(RevolverScratch& scratch, RevolverState& state);
 
   static float* Revolver::*const kSlots[kRegionCount];  // the region pointers in the order of kRegions
@@ -270,6 +276,7 @@ class Revolver {
   RevolverVariant variant_;
   MatVecFn rows256_ = nullptr;
   MatVecFn rows74_ = nullptr;
+  BatchFn rows256_batch_ = nullptr;  // rows of 256 for many vectors at once, where the variant has it
   ConvFn depthwise8_ = nullptr;
   ConvFn pointwise8_ = nullptr;
   enum Matrix { kGru20Ih, kGru20Hh, kGru21Ih, kGru21Hh, kGru22Ih, kGru22Hh, kDense, kMatrixCount };

@@ -201,7 +201,7 @@ TEST_P(RevolverVariantTest, RunAndBatchesWithOutsideStatesGiveForwardsBits) {
   }
   EXPECT_EQ(FirstDifference(got, want), -1);
 
-  constexpr size_t kCount = 5;
+  constexpr size_t kCount = 7;  // groups of four streams and a rest of three
   std::vector<RevolverState> alone(kCount), batched(kCount);
   std::vector<RevolverState*> states(kCount);
   std::vector<const float*> inputs(kCount);
