@@ -260,6 +260,8 @@ void Revolver::Init(const std::shared_ptr<ZVModelInfo>& model, RevolverVariant v
     case RevolverIsa::kAvx2:
       rows256_ = variant.half_weights ? HalfRows<MatVecRows256HalfAvx2> : FloatRows<MatVecRows256Avx2>;
       rows74_ = variant.half_weights ? HalfRows<MatVecRows74HalfAvx2> : FloatRows<MatVecRows74Avx2>;
+      rows256_batch_ =
+          variant.half_weights ? HalfBatch<MatVecRows256HalfBatchAvx2> : FloatBatch<MatVecRows256BatchAvx2>;
       depthwise8_ = DepthwiseConv3x3Packed8Avx2;
       pointwise8_ = PointwiseConvPacked8Avx2;
       break;

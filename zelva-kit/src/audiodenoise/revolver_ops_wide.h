@@ -36,7 +36,11 @@ void MatVecRows74Avx512(const float* weight, const float* x, const float* bias, 
 void MatVecRows74HalfAvx512(const uint16_t* weight, const float* x, const float* bias, float* y, int rows);
 
 // Rows of 256 for `count` vectors at once: y[i] = weight x[i] + bias, each weight row read once for all of
-// them, every y[i] bit for bit MatVecRows256Avx512's (`rows` a multiple of 4; null bias adds zero).
+// them, every y[i] bit for bit the single-vector product's (`rows` a multiple of 4; null bias adds zero).
+void MatVecRows256BatchAvx2(const float* weight, const float* const* x, const float* bias, float* const* y,
+                            int rows, size_t count);
+void MatVecRows256HalfBatchAvx2(const uint16_t* weight, const float* const* x, const float* bias,
+                                float* const* y, int rows, size_t count);
 void MatVecRows256BatchAvx512(const float* weight, const float* const* x, const float* bias, float* const* y,
                               int rows, size_t count);
 void MatVecRows256HalfBatchAvx512(const uint16_t* weight, const float* const* x, const float* bias,
