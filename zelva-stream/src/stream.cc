@@ -223,12 +223,10 @@ ZVS_Result ZVS_ApplyBatch(ZVS_Stream* const* streams, const float* const* inputs
     for (size_t i = 0; i < count; ++i) states[i] = &streams[i]->state;
     if (revolver->RunBatch(count, inputs, states.data(), outputs, ThreadBatchScratch())) return ZVS_OK;
   } catch (const std::bad_alloc&) {
+    // reported below
   }
-  {
-    return Fail(ZVS_ERROR_OUT_OF_MEMORY, "ZVS_ApplyBatch: out of memory for the scratch of %zu streams.",
-                count);
-  }
-  return ZVS_OK;
+  return Fail(ZVS_ERROR_OUT_OF_MEMORY, "ZVS_ApplyBatch: out of memory for the scratch of %zu streams.",
+              count);
 }
 
 ZVS_Result ZVS_Reset(ZVS_Stream* stream) {
