@@ -442,6 +442,10 @@ void Revolver::BatchProduct(MatVecFn product, BatchFn batch, const void* weight,
 bool Revolver::RunBatch(size_t count, const float* const* inputs, RevolverState* const* states,
                         float* const* outputs, RevolverBatchScratch& scratch) const {
   if (!scratch.Reserve(count)) return false;
+  if (count == 1) {  // nothing to share: the single-stream products are the faster ones
+    Run(inputs[0], *states[0], scratch.block(), outputs[0]);
+    return true;
+  }
   // The convolution stages read little weight: one stream at a time through one block's scratch.
   RevolverState unused;
   const Work work = ScratchWork(scratch.block(), unused);
