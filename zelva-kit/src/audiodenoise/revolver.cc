@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "zelva-kit/src/audiodenoise/revolver_ops.h"
 #include "zelva-kit/src/audiodenoise/revolver_ops_wide.h"
@@ -66,16 +67,6 @@ bool AllHalves(const std::string& text) {
 }
 
 // Adapters from the variants' typed operators to one signature.
-void Rows256Sse(const void* w, const float* x, const float* b, float* y, int rows) {
-  if (rows == 768) {
-    MatVec768x256(static_cast<const float*>(w), x, b, y);
-  } else {
-    MatVec80x256(static_cast<const float*>(w), x, b, y);
-  }
-}
-void Rows74Sse(const void* w, const float* x, const float* b, float* y, int /*rows: always 768*/) {
-  MatVec768x74(static_cast<const float*>(w), x, b, y);
-}
 template <void (*F)(const float*, const float*, const float*, float*, int)>
 void FloatRows(const void* w, const float* x, const float* b, float* y, int rows) {
   F(static_cast<const float*>(w), x, b, y, rows);
@@ -83,6 +74,17 @@ void FloatRows(const void* w, const float* x, const float* b, float* y, int rows
 template <void (*F)(const uint16_t*, const float*, const float*, float*, int)>
 void HalfRows(const void* w, const float* x, const float* b, float* y, int rows) {
   F(static_cast<const uint16_t*>(w), x, b, y, rows);
+}
+
+template <void (*F)(const float*, const float* const*, const float*, float* const*, int, size_t)>
+void FloatBatch(const void* w, const float* const* x, const float* b, float* const* y, int rows,
+                size_t count) {
+  F(static_cast<const float*>(w), x, b, y, rows, count);
+}
+template <void (*F)(const uint16_t*, const float* const*, const float*, float* const*, int, size_t)>
+void HalfBatch(const void* w, const float* const* x, const float* b, float* const* y, int rows,
+               size_t count) {
+  F(static_cast<const uint16_t*>(w), x, b, y, rows, count);
 }
 
 // The first entry of a weight list, which must exist.
@@ -250,20 +252,24 @@ void Revolver::Init(const std::shared_ptr<ZVModelInfo>& model, RevolverVariant v
   variant_ = variant;
   switch (variant.isa) {
     case RevolverIsa::kSse:
-      rows256_ = Rows256Sse;
-      rows74_ = Rows74Sse;
+      rows256_ = FloatRows<MatVecRows256Sse>;
+      rows74_ = FloatRows<MatVecRows74Sse>;
       depthwise8_ = DepthwiseConv3x3Packed8;
       pointwise8_ = PointwiseConvPacked8;
       break;
     case RevolverIsa::kAvx2:
       rows256_ = variant.half_weights ? HalfRows<MatVecRows256HalfAvx2> : FloatRows<MatVecRows256Avx2>;
       rows74_ = variant.half_weights ? HalfRows<MatVecRows74HalfAvx2> : FloatRows<MatVecRows74Avx2>;
+      rows256_batch_ =
+          variant.half_weights ? HalfBatch<MatVecRows256HalfBatchAvx2> : FloatBatch<MatVecRows256BatchAvx2>;
       depthwise8_ = DepthwiseConv3x3Packed8Avx2;
       pointwise8_ = PointwiseConvPacked8Avx2;
       break;
     case RevolverIsa::kAvx512:
       rows256_ = variant.half_weights ? HalfRows<MatVecRows256HalfAvx512> : FloatRows<MatVecRows256Avx512>;
       rows74_ = variant.half_weights ? HalfRows<MatVecRows74HalfAvx512> : FloatRows<MatVecRows74Avx512>;
+      rows256_batch_ = variant.half_weights ? HalfBatch<MatVecRows256HalfBatchAvx512>
+                                            : FloatBatch<MatVecRows256BatchAvx512>;
       depthwise8_ = DepthwiseConv3x3Packed8Avx2;
       pointwise8_ = PointwiseConvPacked8Avx2;
       break;
@@ -325,45 +331,18 @@ void Revolver::LoadWeights(const ZVModelInfo& model) {
 void Revolver::Forward(HyperspecificTensorMap& outputs, const std::vector<HyperspecificTensor>& inputs,
                        bool /*flag*/) {
   ZV_ASSERT(!inputs.empty() && inputs.front().data != nullptr, "Revolver needs one input block.");
-  const float* x = static_cast<const float*>(inputs.front().data);
-
-  // Stage one: 1 x 7 x 80 -> depthwise 1 x 5 x 78 -> gated pointwise 16 x 5 x 78.
-  DepthwiseConv3x3Planar(layer1_weight_, layer1_bias_, x, {1, 7, 80, 4}, vec_b_, {1, 5, 78, 4});
-  PointwiseConvPlanar(layer2_weight_, layer2_bias_, vec_b_, {1, 5, 78, 4}, plane_a_, {16, 5, 78, 4});
-  HSigmoidPass(plane_a_, plane_a_, {16, 5, 78, 4});
-  PointwiseConvPlanar(layer4_weight_, layer4_bias_, vec_b_, {1, 5, 78, 4}, plane_b_, {16, 5, 78, 4});
-  ReluPass(plane_b_, plane_b_, {16, 5, 78, 4});
-  MulVectors(plane_b_, plane_a_, 6240, plane_c_);
-
-  // Stage two, packed by 8: depthwise 16 x 3 x 76, gated pointwise 16 -> 16.
-  PackChannels8(plane_c_, {16, 5, 78, 4}, plane_a_);
-  depthwise8_(layer7_weight_, layer7_bias_, plane_a_, {2, 5, 78, 8, 4}, plane_b_, {2, 3, 76, 8, 4});
-  pointwise8_(layer8_weight_, layer8_bias_, plane_b_, {2, 3, 76, 8, 4}, plane_a_, {2, 3, 76, 8, 4});
-  HSigmoidPass(plane_a_, plane_a_, {2, 3, 76, 8, 4});
-  pointwise8_(layer10_weight_, layer10_bias_, plane_b_, {2, 3, 76, 8, 4}, plane_c_, {2, 3, 76, 8, 4});
-  ReluPass(plane_c_, plane_c_, {2, 3, 76, 8, 4});
-  MulVectors(plane_c_, plane_a_, 3648, plane_b_);
-
-  // Stage three: depthwise 16 x 1 x 74, gated pointwise 16 -> 1.
-  depthwise8_(layer13_weight_, layer13_bias_, plane_b_, {2, 3, 76, 8, 4}, plane_a_, {2, 1, 74, 8, 4});
-  UnpackChannels8(plane_a_, {2, 1, 74, 8, 4}, plane_c_);
-  PointwiseConvPlanar(layer14_weight_, layer14_bias_, plane_c_, {16, 1, 74, 4}, vec_b_, {1, 1, 74, 4});
-  HSigmoidPass(vec_b_, vec_b_, {1, 1, 74, 4});
-  PointwiseConvPlanar(layer16_weight_, layer16_bias_, plane_c_, {16, 1, 74, 4}, gate_a_, {1, 1, 74, 4});
-  ReluPass(gate_a_, gate_a_, {1, 1, 74, 4});
-  MulVectors(gate_a_, vec_b_, 74, gate_b_);
-  CopyBytes(gate_b_, vec_b_, {1, 74, 4});
-
-  // Recurrent stack (one time step per layer, as GruLayer74 and GruLayer256 run it) and the dense layer.
-  GruLayer(rows74_, matrices_[kGru20Ih], matrices_[kGru20Hh], gru20_b_ih_, gru20_b_hh_, vec_b_, gru20_h_,
-           gru20_gates_x_, gru20_gates_h_, vec_a_);
-  GruLayer(rows256_, matrices_[kGru21Ih], matrices_[kGru21Hh], gru21_b_ih_, gru21_b_hh_, vec_a_, gru21_h_,
-           gru21_gates_x_, gru21_gates_h_, vec_b_);
-  GruLayer(rows256_, matrices_[kGru22Ih], matrices_[kGru22Hh], gru22_b_ih_, gru22_b_hh_, vec_b_, gru22_h_,
-           gru22_gates_x_, gru22_gates_h_, vec_a_);
-  CopyBytes(vec_a_, vec_b_, {256, 4});
-  rows256_(matrices_[kDense], vec_b_, layer24_bias_, vec_a_, 80);
-  ReluPass(vec_a_, vec_a_, {80, 4});
+  const Work work = {plane_a_,
+                     plane_b_,
+                     plane_c_,
+                     vec_a_,
+                     vec_b_,
+                     gate_a_,
+                     gate_b_,
+                     {gru20_h_, gru21_h_, gru22_h_},
+                     {gru20_gates_x_, gru21_gates_x_, gru22_gates_x_},
+                     {gru20_gates_h_, gru21_gates_h_, gru22_gates_h_}};
+  Stages(static_cast<const float*>(inputs.front().data), work);
+  Recurrent(work);
 
   HyperspecificTensor& out = outputs["25"];
   out.shape.assign(1, kOutputSize);
@@ -372,13 +351,175 @@ void Revolver::Forward(HyperspecificTensorMap& outputs, const std::vector<Hypers
   out.data = vec_a_;
 }
 
+Revolver::Work Revolver::ScratchWork(RevolverScratch& s, RevolverState& state) {
+  return Work{s.plane_a,
+              s.plane_b,
+              s.plane_c,
+              s.vec_a,
+              s.vec_b,
+              s.gate_a,
+              s.gate_b,
+              {state.h[0], state.h[1], state.h[2]},
+              {s.gates_x, s.gates_x, s.gates_x},
+              {s.gates_h, s.gates_h, s.gates_h}};
+}
+
+void Revolver::Run(const float* input, RevolverState& state, RevolverScratch& scratch, float* output) const {
+  const Work work = ScratchWork(scratch, state);
+  Stages(input, work);
+  Recurrent(work);
+  std::memcpy(output, work.vec_a, kOutputSize * sizeof(float));
+}
+
+void Revolver::Stages(const float* x, const Work& w) const {
+  // Stage one: 1 x 7 x 80 -> depthwise 1 x 5 x 78 -> gated pointwise 16 x 5 x 78.
+  DepthwiseConv3x3Planar(layer1_weight_, layer1_bias_, x, {1, 7, 80, 4}, w.vec_b, {1, 5, 78, 4});
+  PointwiseConvPlanar(layer2_weight_, layer2_bias_, w.vec_b, {1, 5, 78, 4}, w.plane_a, {16, 5, 78, 4});
+  HSigmoidPass(w.plane_a, w.plane_a, {16, 5, 78, 4});
+  PointwiseConvPlanar(layer4_weight_, layer4_bias_, w.vec_b, {1, 5, 78, 4}, w.plane_b, {16, 5, 78, 4});
+  ReluPass(w.plane_b, w.plane_b, {16, 5, 78, 4});
+  MulVectors(w.plane_b, w.plane_a, 6240, w.plane_c);
+
+  // Stage two, packed by 8: depthwise 16 x 3 x 76, gated pointwise 16 -> 16.
+  PackChannels8(w.plane_c, {16, 5, 78, 4}, w.plane_a);
+  depthwise8_(layer7_weight_, layer7_bias_, w.plane_a, {2, 5, 78, 8, 4}, w.plane_b, {2, 3, 76, 8, 4});
+  pointwise8_(layer8_weight_, layer8_bias_, w.plane_b, {2, 3, 76, 8, 4}, w.plane_a, {2, 3, 76, 8, 4});
+  HSigmoidPass(w.plane_a, w.plane_a, {2, 3, 76, 8, 4});
+  pointwise8_(layer10_weight_, layer10_bias_, w.plane_b, {2, 3, 76, 8, 4}, w.plane_c, {2, 3, 76, 8, 4});
+  ReluPass(w.plane_c, w.plane_c, {2, 3, 76, 8, 4});
+  MulVectors(w.plane_c, w.plane_a, 3648, w.plane_b);
+
+  // Stage three: depthwise 16 x 1 x 74, gated pointwise 16 -> 1.
+  depthwise8_(layer13_weight_, layer13_bias_, w.plane_b, {2, 3, 76, 8, 4}, w.plane_a, {2, 1, 74, 8, 4});
+  UnpackChannels8(w.plane_a, {2, 1, 74, 8, 4}, w.plane_c);
+  PointwiseConvPlanar(layer14_weight_, layer14_bias_, w.plane_c, {16, 1, 74, 4}, w.vec_b, {1, 1, 74, 4});
+  HSigmoidPass(w.vec_b, w.vec_b, {1, 1, 74, 4});
+  PointwiseConvPlanar(layer16_weight_, layer16_bias_, w.plane_c, {16, 1, 74, 4}, w.gate_a, {1, 1, 74, 4});
+  ReluPass(w.gate_a, w.gate_a, {1, 1, 74, 4});
+  MulVectors(w.gate_a, w.vec_b, 74, w.gate_b);
+  CopyBytes(w.gate_b, w.vec_b, {1, 74, 4});
+}
+
+void Revolver::Recurrent(const Work& w) const {
+  // Recurrent stack (one time step per layer, as GruLayer74 and GruLayer256 run it) and the dense layer.
+  GruLayer(rows74_, matrices_[kGru20Ih], matrices_[kGru20Hh], gru20_b_ih_, gru20_b_hh_, w.vec_b, w.h[0],
+           w.gates_x[0], w.gates_h[0], w.vec_a);
+  GruLayer(rows256_, matrices_[kGru21Ih], matrices_[kGru21Hh], gru21_b_ih_, gru21_b_hh_, w.vec_a, w.h[1],
+           w.gates_x[1], w.gates_h[1], w.vec_b);
+  GruLayer(rows256_, matrices_[kGru22Ih], matrices_[kGru22Hh], gru22_b_ih_, gru22_b_hh_, w.vec_b, w.h[2],
+           w.gates_x[2], w.gates_h[2], w.vec_a);
+  CopyBytes(w.vec_a, w.vec_b, {256, 4});
+  rows256_(matrices_[kDense], w.vec_b, layer24_bias_, w.vec_a, 80);
+  ReluPass(w.vec_a, w.vec_a, {80, 4});
+}
+
 void Revolver::GruLayer(MatVecFn input_product, const void* w_ih, const void* w_hh, const float* b_ih,
                         const float* b_hh, const float* x, float* h, float* gates_x, float* gates_h,
-                        float* out) {
+                        float* out) const {
   input_product(w_ih, x, b_ih, gates_x, 768);
   rows256_(w_hh, h, b_hh, gates_h, 768);
   GruGates(h, h, gates_x, gates_h);
   std::memcpy(out, h, 256 * sizeof(float));
+}
+
+void Revolver::BatchProduct(MatVecFn product, BatchFn batch, const void* weight, int cols, int rows,
+                            const float* bias, size_t count, const float* const* x, float* const* y) const {
+  // One stream alone runs faster through the product's own rows side by side.
+  if (batch != nullptr && count >= 2) {
+    batch(weight, x, bias, y, rows, count);
+    return;
+  }
+  // 16 rows are 16 KiB of fp32 weights (8 KiB of halves): they stay in the first-level cache while every
+  // stream of the batch uses them. Each row's sum is the one the whole product computes for it.
+  constexpr int kGroupRows = 16;
+  const size_t row_bytes = static_cast<size_t>(cols) * (variant_.half_weights ? 2 : 4);
+  for (int r = 0; r < rows; r += kGroupRows) {
+    const void* group = static_cast<const char*>(weight) + static_cast<size_t>(r) * row_bytes;
+    for (size_t i = 0; i < count; ++i) product(group, x[i], bias + r, y[i] + r, kGroupRows);
+  }
+}
+
+bool Revolver::RunBatch(size_t count, const float* const* inputs, RevolverState* const* states,
+                        float* const* outputs, RevolverBatchScratch& scratch) const {
+  if (!scratch.Reserve(count)) return false;
+  if (count == 1) {  // nothing to share: the single-stream products are the faster ones
+    Run(inputs[0], *states[0], scratch.block(), outputs[0]);
+    return true;
+  }
+  // The convolution stages read little weight: one stream at a time through one block's scratch.
+  RevolverState unused;
+  const Work work = ScratchWork(scratch.block(), unused);
+  for (size_t i = 0; i < count; ++i) {
+    Stages(inputs[i], work);
+    CopyBytes(work.vec_b, scratch.features(i), {1, 74, 4});
+  }
+  // The recurrent stack layer by layer over all streams; a layer's output is its hidden vector.
+  const MatVecFn input_products[3] = {rows74_, rows256_, rows256_};
+  const BatchFn input_batches[3] = {nullptr, rows256_batch_, rows256_batch_};
+  const int input_cols[3] = {74, 256, 256};
+  const void* const w_ih[3] = {matrices_[kGru20Ih], matrices_[kGru21Ih], matrices_[kGru22Ih]};
+  const void* const w_hh[3] = {matrices_[kGru20Hh], matrices_[kGru21Hh], matrices_[kGru22Hh]};
+  const float* const b_ih[3] = {gru20_b_ih_, gru21_b_ih_, gru22_b_ih_};
+  const float* const b_hh[3] = {gru20_b_hh_, gru21_b_hh_, gru22_b_hh_};
+  const float** xs = scratch.xs();
+  float** ys = scratch.ys();
+  for (int layer = 0; layer < 3; ++layer) {
+    for (size_t i = 0; i < count; ++i) {
+      xs[i] = layer == 0 ? scratch.features(i) : states[i]->h[layer - 1];
+      ys[i] = scratch.gates_x(i);
+    }
+    BatchProduct(input_products[layer], input_batches[layer], w_ih[layer], input_cols[layer], 768,
+                 b_ih[layer], count, xs, ys);
+    for (size_t i = 0; i < count; ++i) {
+      xs[i] = states[i]->h[layer];
+      ys[i] = scratch.gates_h(i);
+    }
+    BatchProduct(rows256_, rows256_batch_, w_hh[layer], 256, 768, b_hh[layer], count, xs, ys);
+    for (size_t i = 0; i < count; ++i) {
+      GruGates(states[i]->h[layer], states[i]->h[layer], scratch.gates_x(i), scratch.gates_h(i));
+    }
+  }
+  // The dense layer into each stream's feature row (free by now), then out.
+  for (size_t i = 0; i < count; ++i) {
+    xs[i] = states[i]->h[2];
+    ys[i] = scratch.features(i);
+  }
+  BatchProduct(rows256_, rows256_batch_, matrices_[kDense], 256, 80, layer24_bias_, count, xs, ys);
+  for (size_t i = 0; i < count; ++i) {
+    ReluPass(scratch.features(i), scratch.features(i), {80, 4});
+    std::memcpy(outputs[i], scratch.features(i), kOutputSize * sizeof(float));
+  }
+  return true;
+}
+
+RevolverBatchScratch::RevolverBatchScratch() = default;
+
+RevolverBatchScratch::~RevolverBatchScratch() {
+  std::free(block_);
+  std::free(lanes_);
+}
+
+bool RevolverBatchScratch::Reserve(size_t count) {
+  if (block_ == nullptr) {
+    block_ = static_cast<RevolverScratch*>(std::aligned_alloc(64, sizeof(RevolverScratch)));
+    if (block_ == nullptr) return false;
+    std::memset(static_cast<void*>(block_), 0, sizeof(RevolverScratch));
+  }
+  if (count <= capacity_) return true;
+  try {
+    xs_.resize(count);
+    ys_.resize(count);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  const size_t bytes = count * kLaneFloats * sizeof(float);
+  float* lanes = static_cast<float*>(std::aligned_alloc(64, (bytes + 63) / 64 * 64));
+  if (lanes == nullptr) return false;
+  std::memset(lanes, 0, bytes);
+  std::free(lanes_);
+  lanes_ = lanes;
+  capacity_ = count;
+  return true;
 }
 
 void Revolver::ResetRnnState() {

@@ -5,7 +5,12 @@
 // All memory is one zero-filled block obtained at construction and cut into fixed regions. A variant with
 // half weights writes the seven big matrices as half precision into the first half of their regions. Between
 // calls only the three GRU hidden vectors carry meaning. No locks: one object serves one stream on one
-// thread.
+// thread through Forward.
+//
+// The weights can also serve any number of streams at once: Run and RunBatch only read the object, and take
+// a stream's hidden vectors (RevolverState) and the block's scratch (RevolverScratch, RevolverBatchScratch)
+// from the caller, so different threads may call them at the same time with states and scratch of their
+// own. Forward is Run on the object's own regions: the same operators in the same order, the same bits.
 #pragma once
 
 #include <cstddef>
@@ -58,6 +63,54 @@ struct RevolverVariant {
   const char* Name() const;
 };
 
+// What one stream carries from block to block: the hidden vectors of the three GRU layers. Zero is the state
+// after a reset.
+struct RevolverState {
+  alignas(64) float h[3][256];
+};
+
+// The working memory of one block, meaningless between calls; sized as the regions of the same names.
+struct RevolverScratch {
+  alignas(64) float plane_a[6240];
+  alignas(64) float plane_b[6240];
+  alignas(64) float plane_c[6240];
+  alignas(64) float vec_a[256];
+  alignas(64) float vec_b[520];
+  alignas(64) float gate_a[76];
+  alignas(64) float gate_b[76];
+  alignas(64) float gates_x[768];
+  alignas(64) float gates_h[768];
+};
+
+// The working memory of a batch: one block's scratch for the convolution stages (run one stream at a time)
+// and, per stream, the recurrent stack's input and gates. Grows to the largest batch seen, then allocates
+// nothing.
+class RevolverBatchScratch {
+ public:
+  RevolverBatchScratch();
+  ~RevolverBatchScratch();
+  RevolverBatchScratch(const RevolverBatchScratch&) = delete;
+  RevolverBatchScratch& operator=(const RevolverBatchScratch&) = delete;
+
+  // Room for `count` streams; false if memory ran out.
+  bool Reserve(size_t count);
+  RevolverScratch& block() { return *block_; }
+  float* features(size_t i) { return lanes_ + i * kLaneFloats; }  // 80 floats: the 74 of stage three
+  float* gates_x(size_t i) { return features(i) + 80; }           // 768 floats
+  float* gates_h(size_t i) { return features(i) + 848; }          // 768 floats
+  // Room for one pointer per stream, for the arguments of a product.
+  const float** xs() { return xs_.data(); }
+  float** ys() { return ys_.data(); }
+
+ private:
+  static constexpr size_t kLaneFloats = 80 + 768 + 768;
+  RevolverScratch* block_ = nullptr;
+  float* lanes_ = nullptr;
+  size_t capacity_ = 0;
+  std::vector<const float*> xs_;
+  std::vector<float*> ys_;
+};
+
 class Revolver {
  public:
   static constexpr size_t kRegionCount = 48;
@@ -104,6 +157,16 @@ class Revolver {
   // Zeroes the three GRU hidden vectors and nothing else.
   void ResetRnnState();
 
+  // One block of one stream: `input` 7 x 80 floats, `state` updated, 80 floats to `output` (which may not
+  // overlap the input or the state). Reads nothing of the object but the weights.
+  void Run(const float* input, RevolverState& state, RevolverScratch& scratch, float* output) const;
+  // One block to each of `count` streams, the weights read once per batch in groups of rows that stay in
+  // the cache while every stream uses them. Stream i's output is bit for bit what Run gives it. The states
+  // must be distinct; outputs may not overlap inputs, states or each other. False only if the scratch could
+  // not grow.
+  bool RunBatch(size_t count, const float* const* inputs, RevolverState* const* states, float* const* outputs,
+                RevolverBatchScratch& scratch) const;
+
   // Start of region `index` (order of kRegions), and the block itself. With half weights the regions of the
   // six GRU matrices and of the dense matrix hold their matrix as half precision bit patterns in their first
   // half.
@@ -123,13 +186,39 @@ class Revolver {
 
  private:
   using MatVecFn = void (*)(const void* weight, const float* x, const float* bias, float* y, int rows);
+  using BatchFn = void (*)(const void* weight, const float* const* x, const float* bias, float* const* y,
+                           int rows, size_t count);
   using ConvFn = void (*)(const float* weight, const float* bias, const float* input, ShapeRecord in_shape,
                           float* output, ShapeRecord out_shape);
 
+  // Where one block works: the object's own regions for Forward, the caller's memory for Run.
+  struct Work {
+    float* plane_a;
+    float* plane_b;
+    float* plane_c;
+    float* vec_a;
+    float* vec_b;
+    float* gate_a;
+    float* gate_b;
+    float* h[3];
+    float* gates_x[3];
+    float* gates_h[3];
+  };
+
   void Init(const std::shared_ptr<zelva::runtime::ZVModelInfo>& model, RevolverVariant variant);
   void LoadWeights(const zelva::runtime::ZVModelInfo& model);
+  // The three convolution stages: 74 floats to work.vec_b.
+  void Stages(const float* x, const Work& work) const;
+  // The recurrent stack and the dense layer on work.vec_b: 80 floats to work.vec_a.
+  void Recurrent(const Work& work) const;
   void GruLayer(MatVecFn input_product, const void* w_ih, const void* w_hh, const float* b_ih,
-                const float* b_hh, const float* x, float* h, float* gates_x, float* gates_h, float* out);
+                const float* b_hh, const float* x, float* h, float* gates_x, float* gates_h,
+                float* out) const;
+  // y[i] = weight x[i] + bias for `count` vectors, `rows` rows of `cols` elements: through `batch` when the
+  // variant has one, else `product` a group of rows at a time.
+  void BatchProduct(MatVecFn product, BatchFn batch, const void* weight, int cols, int rows,
+                    const float* bias, size_t count, const float* const* x, float* const* y) const;
+  static Work ScratchWork(RevolverScratch& scratch, RevolverState& state);
 
   static float* Revolver::*const kSlots[kRegionCount];  // the region pointers in the order of kRegions
 
@@ -187,6 +276,7 @@ class Revolver {
   RevolverVariant variant_;
   MatVecFn rows256_ = nullptr;
   MatVecFn rows74_ = nullptr;
+  BatchFn rows256_batch_ = nullptr;  // rows of 256 for many vectors at once, where the variant has it
   ConvFn depthwise8_ = nullptr;
   ConvFn pointwise8_ = nullptr;
   enum Matrix { kGru20Ih, kGru20Hh, kGru21Ih, kGru21Hh, kGru22Ih, kGru22Hh, kDense, kMatrixCount };

@@ -546,8 +546,16 @@ void MatVec80x256(const float* weight, const float* x, const float* bias, float*
   MatVecRows256(weight, x, bias, y, 80);
 }
 
+void MatVecRows256Sse(const float* weight, const float* x, const float* bias, float* y, int rows) {
+  MatVecRows256(weight, x, bias, y, rows);
+}
+
 void MatVec768x74(const float* weight, const float* x, const float* bias, float* y) {
-  for (int r = 0; r < 768; ++r) {
+  MatVecRows74Sse(weight, x, bias, y, 768);
+}
+
+void MatVecRows74Sse(const float* weight, const float* x, const float* bias, float* y, int rows) {
+  for (int r = 0; r < rows; ++r) {
     const float* w = weight + static_cast<size_t>(r) * 74;
     __m128 a0 = _mm_setzero_ps(), a1 = a0, a2 = a0, a3 = a0;
     Accumulate16(w, x, 4, a0, a1, a2, a3);

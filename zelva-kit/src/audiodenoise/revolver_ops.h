@@ -114,6 +114,9 @@ void MatVec80x256(const float* weight, const float* x, const float* bias, float*
 // Rows of 74: accumulators over elements 0..71 as above, then
 // y = ((s0 + s1) + s2) + s3 + (w[73] * x[73] + (w[72] * x[72] + b)).
 void MatVec768x74(const float* weight, const float* x, const float* bias, float* y);
+// The same orders for any number of rows: rows of 256, and rows of 74 with row stride 74.
+void MatVecRows256Sse(const float* weight, const float* x, const float* bias, float* y, int rows);
+void MatVecRows74Sse(const float* weight, const float* x, const float* bias, float* y, int rows);
 
 // One GRU step, gate rows r (0..255), z (256..511), n (512..767):
 // r, z = sigmoid(gx + gh); n = tanh(gx_n + gh_n * r); h' = n - z * (n - h). h_in may equal h_out.

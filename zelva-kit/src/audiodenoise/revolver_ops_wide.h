@@ -35,6 +35,17 @@ void MatVecRows256HalfAvx512(const uint16_t* weight, const float* x, const float
 void MatVecRows74Avx512(const float* weight, const float* x, const float* bias, float* y, int rows);
 void MatVecRows74HalfAvx512(const uint16_t* weight, const float* x, const float* bias, float* y, int rows);
 
+// Rows of 256 for `count` vectors at once: y[i] = weight x[i] + bias, each weight row read once for all of
+// them, every y[i] bit for bit the single-vector product's (`rows` a multiple of 4; null bias adds zero).
+void MatVecRows256BatchAvx2(const float* weight, const float* const* x, const float* bias, float* const* y,
+                            int rows, size_t count);
+void MatVecRows256HalfBatchAvx2(const uint16_t* weight, const float* const* x, const float* bias,
+                                float* const* y, int rows, size_t count);
+void MatVecRows256BatchAvx512(const float* weight, const float* const* x, const float* bias, float* const* y,
+                              int rows, size_t count);
+void MatVecRows256HalfBatchAvx512(const uint16_t* weight, const float* const* x, const float* bias,
+                                  float* const* y, int rows, size_t count);
+
 // The packed-by-8 convolutions with both 4-lane halves of a pixel in one 256-bit register: same arguments,
 // weights and order as DepthwiseConv3x3Packed8 and PointwiseConvPacked8 (the bias is the starting value of
 // every sum, as FillBiasPacked8 leaves it).

@@ -168,6 +168,54 @@ TEST_P(RevolverVariantTest, RandomFp32ModelMatchesTheReferenceOrIsRefusedForHalv
   EXPECT_EQ(FirstDifference(RunStream(variant, stream, resets), RunStream(reference, stream, resets)), -1);
 }
 
+// The weights shared by outside states: Run gives Forward's outputs and hidden vectors, and a batch of
+// streams in different states gives each one what Run gives it alone.
+TEST_P(RevolverVariantTest, RunAndBatchesWithOutsideStatesGiveForwardsBits) {
+  const std::shared_ptr<ZVModelInfo> model = BundledModel();
+  const Revolver net(model, GetParam());
+  Revolver own(model, GetParam());
+  const Floats stream = ReadFloats(std::string(ZELVA_TEST_DATA_DIR) + "/../../models/denoise_blocks.f32");
+  const size_t blocks = stream.size() / kBlock;
+  ASSERT_GE(blocks, 8u);
+  const std::vector<size_t> resets = {0, blocks / 2};
+  const std::vector<unsigned char> want = RunStream(own, stream, resets);
+
+  auto state = std::make_unique<RevolverState>();
+  auto scratch = std::make_unique<RevolverScratch>();
+  std::vector<unsigned char> got;
+  float out[80];
+  for (size_t b = 0; b < blocks; ++b) {
+    if (b == blocks / 2) *state = RevolverState{};
+    net.Run(stream.data() + b * kBlock, *state, *scratch, out);
+    const auto* o = reinterpret_cast<const unsigned char*>(out);
+    got.insert(got.end(), o, o + sizeof(out));
+    const auto* h = reinterpret_cast<const unsigned char*>(state->h);
+    got.insert(got.end(), h, h + sizeof(state->h));
+  }
+  EXPECT_EQ(FirstDifference(got, want), -1);
+
+  constexpr size_t kCount = 7;  // groups of four streams and a rest of three
+  std::vector<RevolverState> alone(kCount), batched(kCount);
+  std::vector<RevolverState*> states(kCount);
+  std::vector<const float*> inputs(kCount);
+  std::vector<float*> outputs(kCount);
+  Floats batch_out(kCount * 80), alone_out(kCount * 80);
+  RevolverBatchScratch batch_scratch;
+  for (size_t b = 0; b < blocks; ++b) {
+    for (size_t i = 0; i < kCount; ++i) {
+      states[i] = &batched[i];
+      inputs[i] = stream.data() + ((b + 7 * i) % blocks) * kBlock;
+      outputs[i] = batch_out.data() + i * 80;
+      net.Run(inputs[i], alone[i], *scratch, alone_out.data() + i * 80);
+    }
+    ASSERT_TRUE(net.RunBatch(kCount, inputs.data(), states.data(), outputs.data(), batch_scratch));
+    ASSERT_EQ(std::memcmp(batch_out.data(), alone_out.data(), batch_out.size() * sizeof(float)), 0) << b;
+    for (size_t i = 0; i < kCount; ++i) {
+      ASSERT_EQ(std::memcmp(batched[i].h, alone[i].h, sizeof(alone[i].h)), 0) << b << " " << i;
+    }
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(AllVariants, RevolverVariantTest, ::testing::ValuesIn(Revolver::AllVariants()),
                          [](const ::testing::TestParamInfo<RevolverVariant>& info) {
                            std::string name = info.param.Name();

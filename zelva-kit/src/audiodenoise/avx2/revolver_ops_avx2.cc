@@ -103,7 +103,67 @@ void Rows74(const W* weight, const float* x, const float* bias, float* y, int ro
   }
 }
 
+// Rows 2j and 2j + 1 of `w` against NB streams: each weight vector widened once for every stream; each
+// (row, stream) pair of accumulators takes exactly Rows256's products in Rows256's order. s[i][b] is the
+// row sum s = (a3 + a2) + (a1 + a0) of row i for stream b.
+template <typename W, int NB>
+void RowPairSums(const W* w, const float* const* x, __m128 (*s)[NB]) {
+  __m256 lo[2][NB], hi[2][NB];
+  for (int i = 0; i < 2; ++i) {
+    for (int b = 0; b < NB; ++b) lo[i][b] = hi[i][b] = _mm256_setzero_ps();
+  }
+  for (int k = 0; k < 256; k += 16) {
+    __m256 x01[NB], x23[NB];
+    for (int b = 0; b < NB; ++b) {
+      x01[b] = _mm256_loadu_ps(x[b] + k);
+      x23[b] = _mm256_loadu_ps(x[b] + k + 8);
+    }
+    for (int i = 0; i < 2; ++i) {
+      const __m256 w01 = Load8(w + i * 256 + k);
+      const __m256 w23 = Load8(w + i * 256 + k + 8);
+      for (int b = 0; b < NB; ++b) {
+        lo[i][b] = MulAdd8(lo[i][b], w01, x01[b]);
+        hi[i][b] = MulAdd8(hi[i][b], w23, x23[b]);
+      }
+    }
+  }
+  for (int i = 0; i < 2; ++i) {
+    for (int b = 0; b < NB; ++b) s[i][b] = RowSum(lo[i][b], hi[i][b]);
+  }
+}
+
+template <typename W, int NB>
+void Rows256Streams(const W* w, const float* const* x, const float* bias, float* const* y, int r) {
+  __m128 s01[2][NB], s23[2][NB];
+  RowPairSums<W, NB>(w, x, s01);
+  RowPairSums<W, NB>(w + 2 * 256, x, s23);
+  for (int b = 0; b < NB; ++b) {
+    const __m128 h = Horizontal4(s01[0][b], s01[1][b], s23[0][b], s23[1][b]);
+    _mm_storeu_ps(y[b] + r, _mm_add_ps(h, Bias4(bias, r)));
+  }
+}
+
+template <typename W>
+void Rows256Batch(const W* weight, const float* const* x, const float* bias, float* const* y, int rows,
+                  size_t count) {
+  for (int r = 0; r < rows; r += 4) {
+    const W* w = weight + static_cast<size_t>(r) * 256;
+    size_t b = 0;
+    for (; b + 2 <= count; b += 2) Rows256Streams<W, 2>(w, x + b, bias, y + b, r);
+    if (b < count) Rows256Streams<W, 1>(w, x + b, bias, y + b, r);
+  }
+}
+
 }  // namespace
+
+void MatVecRows256BatchAvx2(const float* weight, const float* const* x, const float* bias, float* const* y,
+                            int rows, size_t count) {
+  Rows256Batch(weight, x, bias, y, rows, count);
+}
+void MatVecRows256HalfBatchAvx2(const uint16_t* weight, const float* const* x, const float* bias,
+                                float* const* y, int rows, size_t count) {
+  Rows256Batch(weight, x, bias, y, rows, count);
+}
 
 void MatVecRows256Avx2(const float* weight, const float* x, const float* bias, float* y, int rows) {
   Rows256(weight, x, bias, y, rows);

@@ -3,9 +3,11 @@
 #include <immintrin.h>
 
 // GCC 12's AVX-512 headers seed every 512-bit extract (castps512_ps128 included) with a self-initialised
-// "undefined" register, which -Wmaybe-uninitialized reports wherever one is inlined.
+// "undefined" register, which -Wmaybe-uninitialized (or -Wuninitialized, where the inlining makes it certain)
+// reports wherever one is inlined.
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#pragma GCC diagnostic ignored "-Wuninitialized"
 #endif
 
 #include "zelva-kit/src/audiodenoise/revolver_ops_wide.h"
@@ -127,7 +129,61 @@ void Rows74(const W* weight, const float* x, const float* bias, float* y, int ro
   }
 }
 
+// Four rows by NB streams: each weight vector is loaded (and widened) once and used for every stream; each
+// (row, stream) accumulator takes exactly Rows256's products in Rows256's order.
+template <typename W, int NB>
+void Rows256Streams(const W* w, const float* const* x, const float* bias, float* const* y, int r) {
+  __m512 acc[4][NB];
+  for (int i = 0; i < 4; ++i) {
+    for (int b = 0; b < NB; ++b) acc[i][b] = _mm512_setzero_ps();
+  }
+  for (int k = 0; k < 256; k += 16) {
+    __m512 xv[NB];
+    for (int b = 0; b < NB; ++b) xv[b] = _mm512_loadu_ps(x[b] + k);
+    for (int i = 0; i < 4; ++i) {
+      const __m512 wv = Load16(w + i * 256 + k);
+      for (int b = 0; b < NB; ++b) acc[i][b] = MulAdd16(acc[i][b], wv, xv[b]);
+    }
+  }
+  for (int b = 0; b < NB; ++b) {
+    const __m128 h = Horizontal4(RowSum(acc[0][b]), RowSum(acc[1][b]), RowSum(acc[2][b]), RowSum(acc[3][b]));
+    _mm_storeu_ps(y[b] + r, _mm_add_ps(h, Bias4(bias, r)));
+  }
+}
+
+template <typename W>
+void Rows256Batch(const W* weight, const float* const* x, const float* bias, float* const* y, int rows,
+                  size_t count) {
+  for (int r = 0; r < rows; r += 4) {
+    const W* w = weight + static_cast<size_t>(r) * 256;
+    size_t b = 0;
+    for (; b + 4 <= count; b += 4) Rows256Streams<W, 4>(w, x + b, bias, y + b, r);
+    switch (count - b) {
+      case 3:
+        Rows256Streams<W, 3>(w, x + b, bias, y + b, r);
+        break;
+      case 2:
+        Rows256Streams<W, 2>(w, x + b, bias, y + b, r);
+        break;
+      case 1:
+        Rows256Streams<W, 1>(w, x + b, bias, y + b, r);
+        break;
+      default:
+        break;
+    }
+  }
+}
+
 }  // namespace
+
+void MatVecRows256BatchAvx512(const float* weight, const float* const* x, const float* bias, float* const* y,
+                              int rows, size_t count) {
+  Rows256Batch(weight, x, bias, y, rows, count);
+}
+void MatVecRows256HalfBatchAvx512(const uint16_t* weight, const float* const* x, const float* bias,
+                                  float* const* y, int rows, size_t count) {
+  Rows256Batch(weight, x, bias, y, rows, count);
+}
 
 void MatVecRows256Avx512(const float* weight, const float* x, const float* bias, float* y, int rows) {
   Rows256(weight, x, bias, y, rows);
