@@ -346,14 +346,14 @@ def evaluate(args):
                 outputs[system] = got[0]
                 for k, v in got[1].items():
                     if v is not None:
-                        timing[system][k] += v
+                        timing[system][k] += processing_seconds(k, v, duration)
                         timing[system][k + "_seconds"] += duration
         got = attempt("zvkit vad", lambda: zv.vad(r["noisy"]))
         if got:
             probs["zvkit vad"] = got[0]
             for k, v in got[1].items():
                 if v is not None:
-                    timing["zvkit vad"][k] += v
+                    timing["zvkit vad"][k] += processing_seconds(k, v, duration)
                     timing["zvkit vad"][k + "_seconds"] += duration
         if "WebRTC NS" not in skipped:
             got = attempt("WebRTC NS", lambda: webrtc.process(r["noisy"]))
@@ -455,6 +455,12 @@ def vad_table(run):
         for key, c in counts.items():
             out[key][system] = metrics.vad_scores_from_counts(*c)
     return out
+
+
+def processing_seconds(kind, value, duration):
+    """Seconds of processing from one run's figure: zvkit's own report is a real-time factor, so it counts for
+    the file's duration; wall and CPU times are seconds already."""
+    return value * duration if kind == "own_rtf" else value
 
 
 def speed_rows(run):
