@@ -18,8 +18,9 @@ The run ends after --steps steps or --minutes of training, whichever comes first
 the progress towards that end (a run that reaches --steps is reproducible from --seed; on a busy machine the time
 limit ends it with the schedule completed all the same).
 
-The bundled model: `--steps 2000 --minutes 23` (the defaults otherwise), best.pt after 2000 steps in 22 minutes
-on 2 shared cores.
+The bundled model: `--steps 2000 --minutes 23` (the defaults otherwise; 2000 steps in 22 minutes on 2 shared
+cores), then `--resume --steps 100000 --minutes 45 --threads 2`, which restarts the schedule part way up and runs
+it down again to 45 minutes of training in all; best.pt after 4906 steps.
 
 Checkpoints (out/last.pt every 20 steps, out/best.pt at the lowest validation loss) hold the state_dict of
 gen_denoise_model.DenoiseNet; gen_denoise_model.py --weights CKPT exports one.
