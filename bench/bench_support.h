@@ -3,7 +3,6 @@
 #pragma once
 
 #include <benchmark/benchmark.h>
-#include <time.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -11,14 +10,9 @@
 #include <random>
 #include <vector>
 
-namespace zvbench {
+#include "bench/peak_loop.h"
 
-// Thread CPU time in nanoseconds.
-inline double ThreadNanoseconds() {
-  timespec ts;
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
-  return static_cast<double>(ts.tv_sec) * 1e9 + static_cast<double>(ts.tv_nsec);
-}
+namespace zvbench {
 
 // Nanoseconds of one memcpy of `bytes`, the best of 20 batches of 200 in thread CPU time.
 inline double MemcpyNanoseconds(size_t bytes) {

@@ -15,8 +15,6 @@
 // /usr/bin/python3 tools/bench_conv_torch.py. Run: build/bench/zelva_bench --benchmark_filter=ConvLayer
 #include <benchmark/benchmark.h>
 
-#include <time.h>
-
 #include <cstring>
 #include <random>
 #include <string>
@@ -63,25 +61,7 @@ std::shared_ptr<runtime::Conv2dInfo> MakeInfo(const Shape& s, std::mt19937& rng)
   return info;
 }
 
-// Thread CPU time in nanoseconds: the machine is shared, so wall time would count other processes' turns.
-double ThreadNanoseconds() {
-  timespec ts;
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
-  return static_cast<double>(ts.tv_sec) * 1e9 + static_cast<double>(ts.tv_nsec);
-}
-
-// Nanoseconds per memcpy of `bytes` (the yardstick), over enough repetitions to be stable.
-double StreamNanoseconds(size_t bytes) {
-  std::vector<char> src(bytes, 1), dst(bytes);
-  const int reps = 20000;
-  const double t0 = ThreadNanoseconds();
-  for (int r = 0; r < reps; ++r) {
-    std::memcpy(dst.data(), src.data(), bytes);
-    benchmark::DoNotOptimize(dst.data());
-    benchmark::ClobberMemory();
-  }
-  return (ThreadNanoseconds() - t0) / reps;
-}
+using zvbench::ThreadNanoseconds;
 
 template <class Kernel>
 void RunMember(benchmark::State& state, Shape shape) {
@@ -98,7 +78,7 @@ void RunMember(benchmark::State& state, Shape shape) {
   context->GetDeviceCPU()->WrapPlanar(input, {shape.in, shape.h, shape.w}, x.data());
   const size_t bytes = sizeof(float) * (x.size() + static_cast<size_t>(shape.out) *
                                                        (shape.in / shape.groups) * shape.k * shape.k);
-  const double stream_ns = StreamNanoseconds(bytes);
+  const double stream_ns = zvbench::MemcpyNanoseconds(bytes);
 
   runtime::TensorList inputs = {input}, outputs;
   const double t0 = ThreadNanoseconds();

@@ -8,5 +8,6 @@ namespace zvbench {
 
 double PeakMulAddSseGflops();  // 128-bit _mm_mul_ps and _mm_add_ps (peak_sse.cc)
 double PeakMulAddAvxGflops();  // 256-bit _mm256_mul_ps and _mm256_add_ps (peak_avx.cc, its own flags)
+double PeakMulAddAvx512Gflops();  // 512-bit (peak_avx512.cc, its own flags; only where AVX-512F runs)
 
 }  // namespace zvbench

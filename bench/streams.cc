@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/peak.h"
 #include "zelva/stream.h"
 
 namespace {
@@ -74,6 +75,31 @@ double Run(ZVS_Model* model, const std::vector<float>& blocks, size_t count, boo
   return applied / elapsed;
 }
 
+// Multiply-adds of one block of the fused network, layer by layer (output positions x taps x channels).
+constexpr double kBlockMultiplyAdds = 5 * 78 * 9         // 3x3 convolution, one channel, 7 x 80 -> 5 x 78
+                                      + 2 * 16 * 5 * 78  // two 1x1 gates to 16 channels
+                                      + 16 * 3 * 76 * 9  // depthwise 3x3 -> 3 x 76
+                                      + 2 * 16 * 16 * 3 * 76      // two pointwise 16 -> 16
+                                      + 16 * 74 * 9               // depthwise 3x3 -> 1 x 74
+                                      + 2 * 16 * 74               // two 16 -> 1
+                                      + 768.0 * (74 + 256 + 256)  // three GRUs' input products
+                                      + 3 * 768.0 * 256           // and their recurrent products
+                                      + 80 * 256;                 // the dense output
+
+// The widest vector peak this processor runs, in GFLOP/s, and its width in bits.
+double VectorPeak(int* bits) {
+  if (__builtin_cpu_supports("avx512f")) {
+    *bits = 512;
+    return zvbench::PeakMulAddAvx512Gflops();
+  }
+  if (__builtin_cpu_supports("avx")) {
+    *bits = 256;
+    return zvbench::PeakMulAddAvxGflops();
+  }
+  *bits = 128;
+  return zvbench::PeakMulAddSseGflops();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -122,6 +148,17 @@ int main(int argc, char** argv) {
   for (std::thread& th : threads) th.join();
   std::printf("one thread (B = 16 batched): %.0f blocks/s; two threads on two cores: %.0f blocks/s (%.2fx)\n",
               one, rates[0] + rates[1], (rates[0] + rates[1]) / one);
+  // The yardstick: a block's arithmetic at the vector peak for separate multiplies and adds (no fused
+  // multiply-add may run: every sum keeps the reference's rounding).
+  int bits = 0;
+  const double peak = VectorPeak(&bits);
+  const double peak_blocks = peak * 1e9 / (2 * kBlockMultiplyAdds);
+  std::printf(
+      "vector peak (%d-bit multiplies and adds, one core): %.1f GFLOP/s, %.0f blocks/s for %.2f M "
+      "multiply-adds "
+      "per block; B = 1 runs at %.0f%% of it, the best batch at %.0f%%; 4x B = 1 would need %.0f%%\n",
+      bits, peak, peak_blocks, kBlockMultiplyAdds / 1e6, 100 * single / peak_blocks, 100 * best / peak_blocks,
+      400 * single / peak_blocks);
   std::printf(
       "real-time capacity at 100 blocks/s per stream: %.0f streams per core unbatched (B = 1), %.0f "
       "batched\n",
