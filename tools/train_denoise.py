@@ -8,7 +8,9 @@ over a sequence of T + 6 feature rows (six silence rows first, as a stream start
 once; the GRUs then run over the T steps from a zero state, exactly as the engine streams them.
 
 Loss: squared error of the gains plus squared error of their square roots (which weighs the small gains of
-noise-dominated bands, where musical noise comes from).
+noise-dominated bands, where musical noise comes from). With --si-sdr W it adds W times the negative SI-SDR (dB)
+of the audio the gains give back (the host's synthesis in torch, differentiable in the gains) against the clean
+speech: the measure users judge the output by, which the gain loss only approximates.
 
   /usr/bin/python3 tools/train_denoise.py [--data /work/data] [--out /work/data/logs/denoise] [--steps N]
                                           [--seed N] [--resume]
@@ -18,9 +20,14 @@ The run ends after --steps steps or --minutes of training, whichever comes first
 the progress towards that end (a run that reaches --steps is reproducible from --seed; on a busy machine the time
 limit ends it with the schedule completed all the same).
 
-The bundled model: `--steps 2000 --minutes 23` (the defaults otherwise; 2000 steps in 22 minutes on 2 shared
-cores), then `--resume --steps 100000 --minutes 45 --threads 2`, which restarts the schedule part way up and runs
-it down again to 45 minutes of training in all; best.pt after 4906 steps.
+The bundled model, 59 minutes of training in all on 2 cores, in three runs:
+  1. `--steps 2000 --minutes 23` (the defaults otherwise): 2000 steps in 22 minutes;
+  2. `--resume --steps 100000 --minutes 45 --threads 2`, which restarts the schedule part way up and runs it down
+     again to 45 minutes in all: best.pt after 4906 steps;
+  3. `--init RUN2/best.pt --out RUN3 --si-sdr 0.03 --lr 4e-4 --batch 16 --seconds 2 --steps 100000 --minutes 14
+     --threads 2`: a fresh schedule on longer mixtures with the SI-SDR term, 817 steps in 14 minutes; its best.pt
+     is the bundled network (held-out SI-SDR gain at 0 and 5 dB: recorded speech +3.08 -> +3.71 dB, synthetic
+     +4.44 -> +5.79 dB, by --eval).
 
 Checkpoints (out/last.pt every 20 steps, out/best.pt at the lowest validation loss) hold the state_dict of
 gen_denoise_model.DenoiseNet; gen_denoise_model.py --weights CKPT exports one.
@@ -78,12 +85,42 @@ def run_sequence(net, feats, normalised=True):
 
 
 def batch(rng, pools, size, seconds):
-    feats, targets = [], []
+    """(features [B, T, 80], ideal gains [B, T, 80], noisy spectra [B, T, 161], clean [B, 160 T])."""
+    feats, targets, spectra, cleans = [], [], [], []
     for _ in range(size):
         noisy, clean = mad.training_example(rng, pools, seconds)
         feats.append(af.features(noisy))
         targets.append(af.ideal_gains(clean, noisy - clean))
-    return torch.from_numpy(np.stack(feats)), torch.from_numpy(np.stack(targets))
+        spectra.append(af.spectrum(noisy).astype(np.complex64))
+        cleans.append(clean[:len(feats[-1]) * af.HOP])
+    return (torch.from_numpy(np.stack(feats)), torch.from_numpy(np.stack(targets)),
+            torch.from_numpy(np.stack(spectra)), torch.from_numpy(np.stack(cleans).astype(np.float32)))
+
+
+BAND_WEIGHTS = torch.from_numpy(af.BAND_WEIGHTS)
+WINDOW = torch.from_numpy(af.WINDOW)
+
+
+def synthesize(spectra, gains):
+    """af.synthesize in torch, differentiable in the gains: [B, T, 161] noisy spectra and [B, T, 80] gains ->
+    [B, 160 T] audio, output sample n being input sample n - 160."""
+    frames = torch.fft.irfft(spectra * (torch.clamp(gains, 0.0, 1.0) @ BAND_WEIGHTS), n=af.FFT_SIZE) * WINDOW
+    head, tail = frames[..., :af.HOP], frames[..., af.HOP:]
+    return (head + F.pad(tail[:, :-1], (0, 0, 1, 0))).reshape(frames.shape[0], -1)
+
+
+def negative_si_sdr(out, clean):
+    """Mean negative SI-SDR (dB) of the denoised audio against the clean speech, over the mixtures that hold
+    speech (a mixture of noise alone has no scale-invariant target; the gain loss keeps those quiet)."""
+    est, ref = out[:, af.DELAY_SAMPLES:], clean[:, :-af.DELAY_SAMPLES]
+    energy = (ref * ref).sum(1)
+    keep = energy > 1e-6
+    if not bool(keep.any()):
+        return out.sum() * 0.0
+    est, ref, energy = est[keep], ref[keep], energy[keep]
+    s = ((est * ref).sum(1) / energy)[:, None] * ref
+    e = est - s
+    return -(10 * torch.log10(((s * s).sum(1) + 1e-9) / ((e * e).sum(1) + 1e-9))).mean()
 
 
 def loss_fn(out, target):
@@ -117,6 +154,8 @@ def train(args):
     opt = torch.optim.Adam(net.parameters(), lr=args.lr)
     step, best, spent = 0, float("inf"), 0.0
     last = os.path.join(args.out, "last.pt")
+    if args.init and not (args.resume and os.path.exists(last)):
+        net.load_state_dict(torch.load(args.init)["net"])
     if args.resume and os.path.exists(last):
         ck = torch.load(last)
         net.load_state_dict(ck["net"])
@@ -132,8 +171,11 @@ def train(args):
         for group in opt.param_groups:
             group["lr"] = lr
         net.train()
-        x, t = batch(rng, pools, args.batch, args.seconds)
-        loss = loss_fn(run_sequence(net, x), t)
+        x, t, spectra, clean = batch(rng, pools, args.batch, args.seconds)
+        gains = run_sequence(net, x)
+        loss = loss_fn(gains, t)
+        if args.si_sdr > 0:
+            loss = loss + args.si_sdr * negative_si_sdr(synthesize(spectra, gains), clean)
         opt.zero_grad()
         loss.backward()
         torch.nn.utils.clip_grad_norm_(net.parameters(), 1.0)
@@ -145,7 +187,10 @@ def train(args):
         if step % 20 == 0 or step == args.steps:
             net.eval()
             with torch.no_grad():
-                v = loss_fn(run_sequence(net, val[0]), val[1]).item()
+                gains = run_sequence(net, val[0])
+                v = loss_fn(gains, val[1]).item()
+                if args.si_sdr > 0:
+                    v += args.si_sdr * negative_si_sdr(synthesize(val[2], gains), val[3]).item()
             if v < best:
                 best = v
                 torch.save({"net": net.state_dict(), "step": step, "val": v, "input_shift": INPUT_SHIFT,
@@ -209,6 +254,9 @@ def main():
     parser.add_argument("--lr", type=float, default=1.5e-3)
     parser.add_argument("--threads", type=int, default=1)
     parser.add_argument("--resume", action="store_true")
+    parser.add_argument("--init", default="", help="starts from this checkpoint's weights on a fresh schedule")
+    parser.add_argument("--si-sdr", type=float, default=0.0,
+                        help="adds this weight times the negative SI-SDR (dB) of the resynthesised audio")
     parser.add_argument("--eval", default="", help="a checkpoint to measure on the held-out set instead")
     args = parser.parse_args()
     torch.set_num_threads(args.threads)
