@@ -221,7 +221,7 @@ int CmdDenoise(const std::vector<std::string>& args) {
   }
   if (score) score->Print();
   const double seconds = static_cast<double>(read) / in.rate();
-  std::fprintf(stderr, "real-time factor %.4f\n", seconds > 0 ? busy / seconds : 0.0);
+  std::fprintf(stderr, "real-time factor %.6f\n", seconds > 0 ? busy / seconds : 0.0);
   return 0;
 }
 

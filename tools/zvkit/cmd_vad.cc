@@ -170,7 +170,7 @@ int CmdVad(const std::vector<std::string>& args) {
     return 1;
   }
   const double seconds = static_cast<double>(read) / in.rate();
-  std::fprintf(stderr, "real-time factor %.4f\n", seconds > 0 ? busy / seconds : 0.0);
+  std::fprintf(stderr, "real-time factor %.6f\n", seconds > 0 ? busy / seconds : 0.0);
   return 0;
 }
 

@@ -4,6 +4,9 @@
 #include <cmath>
 #include <cstring>
 
+#include <sleef.h>
+#include <xmmintrin.h>
+
 #include "real_fft.h"
 
 namespace zelva::audio {
@@ -34,15 +37,20 @@ void FeatureExtractor::Push(const float* hop) {
 }
 
 void BandFeatures(const std::complex<float>* spectrum, float* features) {
+  // Single precision throughout, four bands a call of the 4-lane log10: the features stay within 1e-5 of the
+  // double-precision formula (the contract test holds them to NumPy's), at a fraction of the cost per hop.
+  static_assert(kBands % 4 == 0, "whole vectors of bands");
   const BinBands* bands = BinBandTable();
-  double energy[kBands] = {};
+  alignas(16) float energy[kBands] = {};
   for (int k = 0; k < kBins; ++k) {
-    const double re = spectrum[k].real(), im = spectrum[k].imag();
-    const double power = re * re + im * im;
+    const float re = spectrum[k].real(), im = spectrum[k].imag();
+    const float power = re * re + im * im;
     energy[bands[k].band] += bands[k].lower * power;
     energy[bands[k].band + 1] += bands[k].upper * power;
   }
-  for (int b = 0; b < kBands; ++b) features[b] = static_cast<float>(std::log10(energy[b] + kEnergyFloor));
+  const __m128 floor = _mm_set1_ps(kEnergyFloor);
+  for (int b = 0; b < kBands; b += 4)
+    _mm_storeu_ps(features + b, Sleef_log10f4_u10(_mm_add_ps(_mm_load_ps(energy + b), floor)));
 }
 
 }  // namespace zelva::audio
