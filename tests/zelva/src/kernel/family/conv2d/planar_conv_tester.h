@@ -218,8 +218,8 @@ inline void ExpectMembersMatchReference(const std::vector<Member>& members, Refe
   }
 }
 
-// Each row refuses a layer that breaks one clause of its rule, and any layer with an InferenceParam or of
-// another kind; Config refuses what CheckSupport refuses.
+// Each row refuses a layer that breaks one clause of its rule (a fixed size one above and one below), and any
+// layer with an InferenceParam or of another kind; Config refuses what CheckSupport refuses.
 inline void ExpectRefusalsFollowTheRule(const std::vector<Member>& members) {
   std::mt19937 rng(5);
   auto ctx = MakeTestContext();
@@ -248,9 +248,12 @@ inline void ExpectRefusalsFollowTheRule(const std::vector<Member>& members) {
     };
     for (const auto& [rule, field] : geometry) {
       if (rule == kConvNonZero) refused("zero geometry", [&](runtime::Conv2dInfo& i) { i.*field = 0; });
-      if (rule != kConvAny && rule != kConvNonZero)
-        refused("other geometry",
+      if (rule != kConvAny && rule != kConvNonZero) {  // one above and one below the fixed value
+        refused("larger geometry",
                 [&](runtime::Conv2dInfo& i) { i.*field = static_cast<uint16_t>(rule + 1); });
+        refused("smaller geometry",
+                [&](runtime::Conv2dInfo& i) { i.*field = static_cast<uint16_t>(rule - 1); });
+      }
     }
     const std::pair<int32_t, uint16_t runtime::Conv2dInfo::*> pads[] = {
         {r.padding_l, &runtime::Conv2dInfo::padding_l},
@@ -260,7 +263,9 @@ inline void ExpectRefusalsFollowTheRule(const std::vector<Member>& members) {
     };
     for (const auto& [rule, field] : pads) {
       if (rule != kConvPadAny)
-        refused("padding", [&](runtime::Conv2dInfo& i) { i.*field = static_cast<uint16_t>(rule + 1); });
+        refused("more padding", [&](runtime::Conv2dInfo& i) { i.*field = static_cast<uint16_t>(rule + 1); });
+      if (rule != kConvPadAny && rule > 0)
+        refused("less padding", [&](runtime::Conv2dInfo& i) { i.*field = static_cast<uint16_t>(rule - 1); });
     }
     if (r.groups != ConvGroups::kNotTested) refused("groups 0", [](runtime::Conv2dInfo& i) { i.groups = 0; });
     if (r.groups == ConvGroups::kExactlyOne)
@@ -268,6 +273,8 @@ inline void ExpectRefusalsFollowTheRule(const std::vector<Member>& members) {
     if (r.channels == ConvChannels::kIn3OutMult4 || r.channels == ConvChannels::kIn3OutMult8) {
       refused("in != 3", [](runtime::Conv2dInfo& i) { i.in_channels = 4; });
       refused("out not a block multiple", [](runtime::Conv2dInfo& i) { i.out_channels += 1; });
+      const uint16_t half = r.channels == ConvChannels::kIn3OutMult4 ? 2 : 4;
+      refused("out half a block off", [half](runtime::Conv2dInfo& i) { i.out_channels += half; });
     }
     if (r.channels == ConvChannels::kInMult8Out1) {
       refused("out != 1", [](runtime::Conv2dInfo& i) { i.out_channels = 2; });
