@@ -14,8 +14,6 @@
 #include "support/kernel_tester.h"
 #include "support/log_capture.h"
 #include "zelva/src/kernel/family/upsampling/members.h"
-#include "zelva/src/kernel/registry/registry.h"
-#include "zelva/src/runtime/net_constructor.h"
 
 namespace zvtest {
 namespace {
@@ -205,35 +203,6 @@ TEST(UpsamplingFamily, RefusalsAndReportedMisuse) {
     ASSERT_TRUE(large->Config(huge, nullptr, nullptr, ctx));
     EXPECT_THROW(large->Forward({tensor(m.rule->layout)}, outputs, ctx), std::runtime_error);
   }
-}
-
-// As the net loads it: a member given a mode it does not implement fails the load with its name in the Error
-// line; a mode code without a name says so first.
-TEST(UpsamplingFamily, LoadFailsWithTheKernelsNameAndTheReason) {
-  kernel::KernelRegistry registry;
-  kernel::RegisterFallbackKernels(registry);
-  kernel::RegisterSSEKernels(registry);
-  auto ctx = MakeTestContext();
-  auto cfg = std::make_shared<runtime::KernelCfg>();
-  LogCapture capture;
-  Layer bicubic;
-  bicubic.mode = 2;
-  cfg->kernel_type = "Upsampling2D_Bilinear_SSE_CHW_Float_M1";
-  EXPECT_EQ(runtime::CreateKernel(cfg, bicubic.Info(), registry, nullptr, ctx), nullptr);
-  EXPECT_TRUE(
-      IsErrorLine(capture.Last(), "zelva::runtime::CreateKernel",
-                  "Config Kernel <Upsampling2D_Bilinear_SSE_CHW_Float_M1> failed. In KERNEL REGISTRY"))
-      << capture.Last();
-  capture.Clear();
-  Layer unknown;
-  unknown.mode = 9;
-  cfg->kernel_type = "Upsampling2D_Fallback_CHW_Float_M1";
-  EXPECT_EQ(runtime::CreateKernel(cfg, unknown.Info(), registry, nullptr, ctx), nullptr);
-  ASSERT_GE(capture.lines().size(), 2u);
-  EXPECT_NE(capture.lines()[0].find("Invalid upsample2d type"), std::string::npos) << capture.lines()[0];
-  EXPECT_TRUE(IsErrorLine(capture.Last(), "zelva::runtime::CreateKernel",
-                          "Config Kernel <Upsampling2D_Fallback_CHW_Float_M1> failed. In KERNEL REGISTRY"))
-      << capture.Last();
 }
 
 }  // namespace
