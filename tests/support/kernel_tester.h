@@ -66,7 +66,93 @@ inline zelva::runtime::TensorList RunKernel(zelva::runtime::IKernel& kernel,
   EXPECT_EQ(kernel.CheckInputs(inputs), 0) << kernel.GetName();
   kernel.Forward(inputs, outputs, ctx);
   EXPECT_EQ(kernel.CheckOutputs(outputs), 0) << kernel.GetName();
+  // What the net allocates by must be what Forward made.
+  std::vector<zelva::runtime::TensorShape> shapes;
+  for (const auto& in : inputs) shapes.push_back(in->shape);
+  const std::vector<zelva::runtime::TensorShape> promised = kernel.GetOutputShapes(shapes);
+  EXPECT_EQ(promised.size(), outputs.size()) << kernel.GetName() << ": outputs against GetOutputShapes";
+  for (size_t i = 0; i < outputs.size() && i < promised.size(); ++i) {
+    EXPECT_EQ(outputs[i]->shape.dims, promised[i].dims) << kernel.GetName() << " output " << i;
+    EXPECT_EQ(outputs[i]->shape.layout, promised[i].layout) << kernel.GetName() << " output " << i;
+  }
   return outputs;
+}
+
+// Lanes of a layout (4 or 8 for the channel-blocked ones, else 1), and the layout of a lane count.
+inline uint32_t LanesOf(uint32_t layout) {
+  return layout == zelva::runtime::Layout::C4HW4 ? 4u : layout == zelva::runtime::Layout::C8HW8 ? 8u : 1u;
+}
+inline uint32_t LayoutOfLanes(uint32_t lanes) {
+  using zelva::runtime::Layout;
+  return lanes == 8 ? Layout::C8HW8 : lanes == 4 ? Layout::C4HW4 : Layout::CHW;
+}
+// The dims of a c x h x w map in `layout`: [c, h, w], or [c / B, h, w, B] for a blocked one.
+inline std::vector<uint32_t> MapDims(uint32_t layout, uint32_t c, uint32_t h, uint32_t w) {
+  const uint32_t b = LanesOf(layout);
+  if (b == 1) return {c, h, w};
+  return {c / b, h, w, b};
+}
+// Planar [c, plane] values to blocked [c / lanes, plane, lanes] (to_planar false), or back; by index.
+inline std::vector<float> Relayout(const std::vector<float>& v, uint32_t lanes, uint32_t c, size_t plane,
+                                   bool to_planar) {
+  if (lanes == 1) return v;
+  std::vector<float> out(v.size());
+  for (uint32_t ch = 0; ch < c; ++ch) {
+    for (size_t p = 0; p < plane; ++p) {
+      const size_t planar = ch * plane + p, blocked = ((ch / lanes) * plane + p) * lanes + ch % lanes;
+      (to_planar ? out[planar] : out[blocked]) = to_planar ? v[blocked] : v[planar];
+    }
+  }
+  return out;
+}
+
+// Runs `kernel` on a planar c x h x w map stored in `layout` as the net does; holds its one output to
+// `out_layout` and, when given, to the planar size `want_chw`; gives the output planar (empty on failure)
+// and its planar size in `got_chw`.
+inline std::vector<float> RunOnMap(zelva::runtime::IKernel& kernel,
+                                   std::shared_ptr<zelva::runtime::LayerInfo> info,
+                                   const std::vector<float>& planar, uint32_t c, uint32_t h, uint32_t w,
+                                   uint32_t layout, uint32_t out_layout,
+                                   const std::vector<uint32_t>& want_chw = {},
+                                   std::vector<uint32_t>* got_chw = nullptr) {
+  auto ctx = MakeTestContext();
+  const auto outputs = RunKernel(kernel, std::move(info),
+                                 {MakeTensor(ctx, MapDims(layout, c, h, w), layout,
+                                             Relayout(planar, LanesOf(layout), c, size_t{h} * w, false))},
+                                 ctx);
+  if (outputs.size() != 1u) {
+    ADD_FAILURE() << kernel.GetName() << ": " << outputs.size() << " outputs";
+    return {};
+  }
+  const zelva::runtime::TensorShape& s = outputs[0]->shape;
+  EXPECT_EQ(s.layout, out_layout) << kernel.GetName();
+  const uint32_t lanes = LanesOf(out_layout);
+  if (s.layout != out_layout || s.dims.size() != (lanes == 1 ? 3u : 4u)) return {};
+  const std::vector<uint32_t> chw = {s.dims[0] * lanes, s.dims[1], s.dims[2]};
+  if (got_chw != nullptr) *got_chw = chw;
+  if (!want_chw.empty()) {
+    EXPECT_EQ(s.dims, MapDims(out_layout, want_chw[0], want_chw[1], want_chw[2])) << kernel.GetName();
+    if (chw != want_chw) return {};
+  }
+  return Relayout(Values(outputs[0]), lanes, chw[0], size_t{chw[1]} * chw[2], true);
+}
+
+// A tensor of `dims` with unset values.
+inline std::shared_ptr<zelva::runtime::Tensor> ShapedTensor(
+    const std::shared_ptr<zelva::runtime::Context>& ctx, std::vector<uint32_t> dims, uint32_t layout,
+    uint32_t type = zelva::runtime::DataType::FLOAT32) {
+  std::shared_ptr<zelva::runtime::Tensor> t;
+  ctx->GetDeviceCPU()->CreateTensor(t, zelva::runtime::TensorShape(std::move(dims), type, layout));
+  return t;
+}
+
+// A description the kernel must refuse: -1 from CheckSupport, false from Config, left unconfigured.
+inline void ExpectRefused(zelva::runtime::IKernel& kernel,
+                          const std::shared_ptr<zelva::runtime::LayerInfo>& info,
+                          const std::shared_ptr<zelva::runtime::Context>& ctx, const std::string& what) {
+  EXPECT_EQ(kernel.CheckSupport(info, nullptr), -1) << kernel.GetName() << ": " << what;
+  EXPECT_FALSE(kernel.Config(info, nullptr, nullptr, ctx)) << kernel.GetName() << ": " << what;
+  EXPECT_FALSE(kernel.IsConfigured()) << kernel.GetName() << ": " << what;
 }
 
 inline uint32_t Bits(float f) {
@@ -164,6 +250,27 @@ struct PlainMember {
     using namespace ::zelva::kernel; /* the rows' accuracy classes */ \
     std::vector<::zvtest::PlainMember> members;                       \
     LIST(ZV_TEST_PLAIN_MEMBER)                                        \
+    return members;                                                   \
+  }()
+
+// A member row with its rule, for lists whose rows name a `<class>_rule`: ZV_RULED_MEMBERS(Rule, LIST).
+template <class Rule>
+struct RuledMember {
+  std::string name;
+  zelva::kernel::Isa isa;
+  zelva::kernel::Accuracy accuracy;
+  const Rule* rule;
+  std::shared_ptr<zelva::runtime::IKernel> (*make)();
+};
+#define ZV_TEST_RULED_MEMBER(group, isa, cls, accuracy, ...)                                          \
+  members.push_back({#cls, ::zelva::kernel::Isa::isa, accuracy, &::zelva::kernel::cls##_rule, [] {    \
+                       return std::shared_ptr<::zelva::runtime::IKernel>(new ::zelva::kernel::cls()); \
+                     }});
+#define ZV_RULED_MEMBERS(Rule, LIST)                                  \
+  [] {                                                                \
+    using namespace ::zelva::kernel; /* the rows' accuracy classes */ \
+    std::vector<::zvtest::RuledMember<Rule>> members;                 \
+    LIST(ZV_TEST_RULED_MEMBER)                                        \
     return members;                                                   \
   }()
 

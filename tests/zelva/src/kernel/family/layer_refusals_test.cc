@@ -1,7 +1,8 @@
-// Layers the pixel shuffle, expand, soft arg-max, warp affine and 16-bit convolution kernels cannot run fail
-// the load through CreateKernel, as a configuration naming them would: a refusal by CheckSupport gives the
-// registry's Error line with the kernel's name, a refusal in Config raises with the kernel's name and the
-// reason in its assertion line (which the engine repeats in its Error line). Nothing crashes.
+// Layers the pixel shuffle, expand, soft arg-max, warp affine, upsampling and 16-bit convolution kernels
+// cannot run fail the load through CreateKernel, as a configuration naming them would: a refusal by
+// CheckSupport gives the registry's Error line with the kernel's name, a refusal in Config raises with the
+// kernel's name and the reason in its assertion line (which the engine repeats in its Error line). Nothing
+// crashes.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -23,7 +24,8 @@ struct Refusal {
   const char* kernel;
   std::shared_ptr<runtime::LayerInfo> info;
   std::shared_ptr<runtime::InferenceParam> param;
-  const char* reason;  // null: refused by CheckSupport, with the registry's line
+  const char* reason;           // null: refused by CheckSupport, with the registry's line
+  const char* first = nullptr;  // a line the kernel logs before the registry's
 };
 
 std::shared_ptr<runtime::LayerInfo> Shuffle(float factor) {
@@ -40,6 +42,12 @@ std::shared_ptr<runtime::LayerInfo> Warp(const char* mode, const char* pad) {
   auto i = std::make_shared<runtime::WarpAffineInfo>();
   i->mode = mode;
   i->padding_mode = pad;
+  return i;
+}
+std::shared_ptr<runtime::LayerInfo> Upsample(uint16_t mode) {
+  auto i = std::make_shared<runtime::Upsample2dInfo>();
+  i->unsample_type = mode;
+  i->scale_factor_x = i->scale_factor_y = 2.0f;
   return i;
 }
 std::shared_ptr<runtime::LayerInfo> Conv1x1() {
@@ -69,6 +77,8 @@ TEST(LayerRefusals, TheLoadFailsNamingTheKernel) {
       {"Expand_Fallback_CHW_Float_M1", Expand({1, 3, 0, 4}), nullptr, nullptr},
       {"SoftArgMax_SSE_CHW_Float_M1", sam, nullptr, nullptr},
       {"Conv2d_K1x1_S1x1_D1x1_G1_SSE_C8HW8_Int16_M1", Conv1x1(), nullptr, nullptr},
+      {"Upsampling2D_Bilinear_SSE_CHW_Float_M1", Upsample(2), nullptr, nullptr},  // bicubic
+      {"Upsampling2D_Fallback_CHW_Float_M1", Upsample(9), nullptr, nullptr, "Invalid upsample2d type"},
       {"WarpAffine_SSE_Float_M1", Warp("bicubic", "zeros"), nullptr, "mode \"bicubic\" is not implemented"},
       {"WarpAffine_SSE_Float_M1", Warp("nearest", "circular"), nullptr,
        "padding mode \"circular\" is not implemented"},
@@ -86,6 +96,10 @@ TEST(LayerRefusals, TheLoadFailsNamingTheKernel) {
       EXPECT_TRUE(IsErrorLine(capture.Last(), "zelva::runtime::CreateKernel",
                               std::string("Config Kernel <") + r.kernel + "> failed. In KERNEL REGISTRY"))
           << capture.Last();
+      if (r.first != nullptr) {
+        ASSERT_GE(capture.lines().size(), 2u);
+        EXPECT_NE(capture.lines()[0].find(r.first), std::string::npos) << capture.lines()[0];
+      }
     } else {
       EXPECT_THROW(runtime::CreateKernel(cfg, r.info, registry, nullptr, ctx), std::runtime_error);
       const std::string line = capture.Last();

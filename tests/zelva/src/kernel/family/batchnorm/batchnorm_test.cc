@@ -87,10 +87,7 @@ TEST(BatchNormFamily, ReferenceMatchesTorchAndMembersMatchTheReference) {
 
   std::mt19937 rng(4);
   for (const Member& m : AllMembers()) {
-    if (!zvtest::CanRun(m.isa)) {
-      GTEST_LOG_(INFO) << "skipping " << m.name << ": this processor lacks its instruction set";
-      continue;
-    }
+    if (zvtest::SkipUnrunnable(m)) continue;
     auto kernel = m.make();
     zvtest::ExpectAccuracy(RunMember(*kernel, fixture.Info(), {c, h, w}, x), fixture.Reference(x), m.accuracy,
                            m.name + " on the fixture");

@@ -16,18 +16,8 @@ namespace {
 
 using runtime::Layout;
 
-struct Member {
-  std::string name;
-  std::function<std::shared_ptr<runtime::IKernel>()> make;
-};
-
-std::vector<Member> AllMembers() {
-  std::vector<Member> members;
-#define ZV_TEST_MEMBER(group, isa, cls, accuracy) \
-  members.push_back({#cls, [] { return std::shared_ptr<runtime::IKernel>(new cls()); }});
-  ZV_CONCATENATE_MEMBERS(ZV_TEST_MEMBER)
-#undef ZV_TEST_MEMBER
-  return members;
+std::vector<zvtest::PlainMember> AllMembers() {
+  return ZV_PLAIN_MEMBERS(ZV_CONCATENATE_MEMBERS);
 }
 
 std::shared_ptr<runtime::ConcatenateInfo> Along(uint16_t dim) {
@@ -51,7 +41,7 @@ TEST(ConcatenateFamily, JoinsInInputOrderInEveryLayout) {
       {Layout::C8HW8, {{2, 2, 3, 8}, {1, 2, 3, 8}, {1, 2, 3, 8}}},
   };
   uint32_t seed = 1;
-  for (const Member& m : AllMembers()) {
+  for (const zvtest::PlainMember& m : AllMembers()) {
     for (const Case& c : cases) {
       auto ctx = zvtest::MakeTestContext();
       runtime::TensorList inputs;
@@ -74,9 +64,6 @@ TEST(ConcatenateFamily, JoinsInInputOrderInEveryLayout) {
       dims[0] = leading;
       EXPECT_EQ(outputs[0]->shape.dims, dims) << what;
       EXPECT_EQ(outputs[0]->shape.layout, c.layout) << what;
-      std::vector<runtime::TensorShape> shapes;
-      for (const auto& t : inputs) shapes.push_back(t->shape);
-      EXPECT_EQ(kernel->GetOutputShapes(shapes).at(0).dims, dims) << what;
       zvtest::ExpectAccuracy(zvtest::Values(outputs[0]), want, kBitExact, what);
     }
   }
@@ -87,7 +74,7 @@ TEST(ConcatenateFamily, JoinsInInputOrderInEveryLayout) {
 // output exactly.
 TEST(ConcatenateFamily, RefusalsAndChecks) {
   auto ctx = zvtest::MakeTestContext();
-  for (const Member& m : AllMembers()) {
+  for (const zvtest::PlainMember& m : AllMembers()) {
     SCOPED_TRACE(m.name);
     auto kernel = m.make();
     EXPECT_EQ(kernel->GetName(), m.name);

@@ -17,22 +17,10 @@ namespace {
 using namespace zelva;
 using kernel::Conv1dRule;
 
-struct Member {
-  std::string name;
-  kernel::Isa isa;
-  kernel::Accuracy accuracy;
-  const Conv1dRule* rule;
-  std::function<std::shared_ptr<runtime::IKernel>()> make;
-};
+using Member = RuledMember<Conv1dRule>;
 
 std::vector<Member> Members() {
-  std::vector<Member> members;
-#define ZV_TEST_ROW(group, isa, cls, accuracy, ...)                                 \
-  members.push_back({#cls, kernel::Isa::isa, kernel::accuracy, &kernel::cls##_rule, \
-                     [] { return std::shared_ptr<runtime::IKernel>(new kernel::cls()); }});
-  ZV_CONV1D_MEMBERS(ZV_TEST_ROW)
-#undef ZV_TEST_ROW
-  return members;
+  return ZV_RULED_MEMBERS(Conv1dRule, ZV_CONV1D_MEMBERS);
 }
 
 struct Layer {
@@ -162,9 +150,7 @@ TEST(Conv1dFamily, RefusalsAndReportedMisuse) {
     auto refused = [&](const char* what, const std::function<void(runtime::Conv1dInfo&)>& change) {
       auto info = base.Info();
       change(*info);
-      EXPECT_EQ(kernel->CheckSupport(info, nullptr), -1) << what;
-      EXPECT_FALSE(kernel->Config(info, nullptr, nullptr, ctx)) << what;
-      EXPECT_FALSE(kernel->IsConfigured()) << what;
+      ExpectRefused(*kernel, info, ctx, what);
     };
     refused("groups 0", [](runtime::Conv1dInfo& i) { i.groups = 0; });
     refused("kernel 0", [](runtime::Conv1dInfo& i) { i.kernel_size = 0; });

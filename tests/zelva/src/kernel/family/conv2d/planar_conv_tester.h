@@ -1,8 +1,9 @@
-// The tester of the planar convolution families (2D convolution and depthwise): every row of a member list
-// over random layers drawn from its rule (tails, padding, bias on and off) against the family reference under
-// the row's accuracy class; refusals derived from the rule; tensor checks and reported misuse; and the
-// torch.nn.Conv2d fixtures (tests/data/conv2d_fixture.txt, tools/gen_conv_fixture.py), which hold the
-// reference itself and every row that accepts a case.
+// The tester of the convolution families (2D convolution and depthwise), planar and channel-blocked rows
+// alike: every row of a member list over random layers drawn from its rule (tails, padding, groups, whole
+// channel blocks, bias on and off) against the family reference under the row's accuracy class, a blocked
+// row's input blocked and its output unblocked here; refusals derived from the rule; tensor checks and
+// reported misuse; and the torch.nn.Conv2d fixtures (tests/data/conv2d_fixture.txt,
+// tools/gen_conv_fixture.py), which hold the reference itself and every row that accepts a case.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -99,35 +100,6 @@ inline std::vector<float> Abs(std::vector<float> v) {
   return v;
 }
 
-// Lanes of a layout: 1 for planar, else the block size.
-inline uint32_t Lanes(uint32_t layout) {
-  return layout == runtime::Layout::C4HW4 ? 4 : layout == runtime::Layout::C8HW8 ? 8 : 1;
-}
-// The dims of a [c, h, w] tensor in `layout`: planar, or [c / B, h, w, B].
-inline std::vector<uint32_t> DimsIn(uint32_t layout, uint32_t c, uint32_t h, uint32_t w) {
-  const uint32_t b = Lanes(layout);
-  if (b == 1) return {c, h, w};
-  return {c / b, h, w, b};
-}
-// Planar [c, h, w] values to `layout` (to_planar false), or back.
-inline std::vector<float> Relayout(const std::vector<float>& v, uint32_t layout, uint32_t c, size_t hw,
-                                   bool to_planar) {
-  const uint32_t b = Lanes(layout);
-  if (b == 1) return v;
-  std::vector<float> out(v.size());
-  for (uint32_t ch = 0; ch < c; ++ch) {
-    for (size_t p = 0; p < hw; ++p) {
-      const size_t planar = ch * hw + p, blocked = ((ch / b) * hw + p) * b + ch % b;
-      if (to_planar) {
-        out[planar] = v[blocked];
-      } else {
-        out[blocked] = v[planar];
-      }
-    }
-  }
-  return out;
-}
-
 // `reference` on the layer with its own padding; with `magnitude`, on the absolute values of every term,
 // which is the scale of the family's error bounds.
 inline std::vector<float> RunReference(Reference reference, const Layer& l, bool magnitude = false) {
@@ -162,9 +134,9 @@ inline uint32_t PickPad(std::mt19937& rng, int32_t rule) {
   return rule == kConvPadAny ? rng() % 3 : static_cast<uint32_t>(rule);
 }
 
-// A random layer that the rule accepts, with random data; sizes from the smallest that holds the dilated
-// kernel up to about 40, so that every tail occurs.
-inline Layer RandomLayer(const Conv2dRule& r, std::mt19937& rng) {
+// A random layer that the rule accepts, with random data; with `block`, whole blocks of channels per group.
+// Sizes from the smallest that holds the dilated kernel up to about 40, so that every tail occurs.
+inline Layer RandomLayer(const Conv2dRule& r, std::mt19937& rng, uint32_t block = 1) {
   Layer l;
   l.ky = Pick(rng, r.kernel_y, 1, 4);
   l.kx = Pick(rng, r.kernel_x, 1, 4);
@@ -176,13 +148,17 @@ inline Layer RandomLayer(const Conv2dRule& r, std::mt19937& rng) {
   l.pr = PickPad(rng, r.padding_r);
   l.pt = PickPad(rng, r.padding_t);
   l.pb = PickPad(rng, r.padding_b);
-  if (r.channels == ConvChannels::kDepthwise) {
+  if (block > 1) {
+    l.groups = r.groups == ConvGroups::kExactlyOne || rng() % 3 != 0 ? 1 : 2;
+    l.in = l.groups * block * (1 + rng() % 3);
+    l.out = l.groups * block * (1 + rng() % 3);
+  } else if (r.channels == ConvChannels::kDepthwise) {
     l.groups = l.in = l.out = 1 + rng() % 19;
   } else if (r.channels == ConvChannels::kIn3OutMult4 || r.channels == ConvChannels::kIn3OutMult8) {
-    const uint32_t block = r.channels == ConvChannels::kIn3OutMult4 ? 4 : 8;
+    const uint32_t lanes = r.channels == ConvChannels::kIn3OutMult4 ? 4 : 8;
     l.groups = r.groups != ConvGroups::kExactlyOne && rng() % 3 == 0 ? 3 : 1;
     l.in = 3;
-    l.out = block * l.groups * (1 + rng() % 2);
+    l.out = lanes * l.groups * (1 + rng() % 2);
   } else if (r.channels == ConvChannels::kInMult8Out1) {
     l.in = 8 * (1 + rng() % 3);
     l.out = 1;
@@ -196,7 +172,7 @@ inline Layer RandomLayer(const Conv2dRule& r, std::mt19937& rng) {
   // Now and then a row of one pixel, and widths around the vector sizes.
   const uint32_t pick_w[] = {1, 7, 8, 9, static_cast<uint32_t>(2 + rng() % 40)};
   l.h = static_cast<uint32_t>(std::max<int64_t>(1, min_h) + (rng() % 6 == 0 ? 0 : rng() % 12));
-  l.w = static_cast<uint32_t>(std::max<int64_t>(min_w, pick_w[rng() % 5]));
+  l.w = static_cast<uint32_t>(std::max<int64_t>(std::max<int64_t>(1, min_w), pick_w[rng() % 5]));
   l.bias = rng() % 2 == 0;
   l.weight = RandomFloats(static_cast<size_t>(l.out) * (l.in / l.groups) * l.ky * l.kx, rng(), -1.0f, 1.0f);
   l.bias_values = RandomFloats(l.out, rng(), -1.0f, 1.0f);
@@ -204,37 +180,36 @@ inline Layer RandomLayer(const Conv2dRule& r, std::mt19937& rng) {
   return l;
 }
 
-// Runs `m` on `l` as the net does and holds the output (shape, layout, GetOutputShapes, values) to `want`
-// under the row's accuracy, the bound scaled by the magnitude of the terms.
+// The lanes of a row whose input and output are both blocked; 1 for the planar and relayout rows.
+inline uint32_t BlockOf(const Member& m) {
+  return m.layout == ConvLayout::kC4HW4 ? 4 : m.layout == ConvLayout::kC8HW8 ? 8 : 1;
+}
+
+// A random layer of the row's rule, and of whole channel blocks for a blocked row.
+inline Layer RandomLayerOf(const Member& m, std::mt19937& rng) {
+  return RandomLayer(*m.rule, rng, BlockOf(m));
+}
+using LayerMaker = std::function<Layer(const Member&, std::mt19937&)>;
+
+// Runs `m` on `l` as the net does and holds the output (shape, layout, values) to `want` under the row's
+// accuracy, the bound scaled by the magnitude of the terms.
 inline void ExpectMember(const Member& m, const Layer& l, const std::vector<float>& want,
                          const std::vector<float>& magnitude, const std::string& what) {
-  auto ctx = MakeTestContext();
   auto kernel = m.make();
-  const uint32_t in_layout = zelva::kernel::ConvInputLayout(m.layout);
-  const uint32_t out_layout = zelva::kernel::ConvOutputLayout(m.layout);
-  const std::vector<uint32_t> in_dims = DimsIn(in_layout, l.in, l.h, l.w);
-  const auto outputs = RunKernel(
-      *kernel, l.Info(),
-      {MakeTensor(ctx, in_dims, in_layout, Relayout(l.input, in_layout, l.in, size_t{l.h} * l.w, false))},
-      ctx);
-  ASSERT_EQ(outputs.size(), 1u) << what;
-  const runtime::TensorShape& s = outputs[0]->shape;
-  EXPECT_EQ(s.dims, DimsIn(out_layout, l.out, l.OutH(), l.OutW())) << what;
-  EXPECT_EQ(s.layout, out_layout) << what;
-  const runtime::TensorShape in(in_dims, runtime::DataType::FLOAT32, in_layout);
-  EXPECT_EQ(kernel->GetOutputShapes({in})[0].dims, s.dims) << what;
-  const size_t out_hw = size_t{l.OutH()} * l.OutW();
-  ExpectAccuracy(Relayout(Values(outputs[0]), out_layout, l.out, out_hw, true), want, m.accuracy, what,
-                 &magnitude);
+  ExpectAccuracy(
+      RunOnMap(*kernel, l.Info(), l.input, l.in, l.h, l.w, zelva::kernel::ConvInputLayout(m.layout),
+               zelva::kernel::ConvOutputLayout(m.layout), {l.out, l.OutH(), l.OutW()}),
+      want, m.accuracy, what, &magnitude);
 }
 
 // Every row the processor runs, over `rounds` random layers of its rule, against `reference`.
-inline void ExpectMembersMatchReference(const std::vector<Member>& members, Reference reference, int rounds) {
+inline void ExpectMembersMatchReference(const std::vector<Member>& members, Reference reference, int rounds,
+                                        const LayerMaker& make_layer = RandomLayerOf) {
   std::mt19937 rng(11);
   for (const Member& m : members) {
     if (SkipUnrunnable(m)) continue;
     for (int round = 0; round < rounds; ++round) {
-      const Layer l = RandomLayer(*m.rule, rng);
+      const Layer l = make_layer(m, rng);
       const std::string what = m.name + " " + l.Describe();
       ASSERT_EQ(m.make()->CheckSupport(l.Info(), nullptr), 0) << what;
       ExpectMember(m, l, RunReference(reference, l), RunReference(reference, l, true), what);
@@ -243,15 +218,15 @@ inline void ExpectMembersMatchReference(const std::vector<Member>& members, Refe
   }
 }
 
-// Each row refuses a layer that breaks one clause of its rule, and any layer with an InferenceParam or of
-// another kind; Config refuses what CheckSupport refuses.
+// Each row refuses a layer that breaks one clause of its rule (a fixed size one above and one below), and any
+// layer with an InferenceParam or of another kind; Config refuses what CheckSupport refuses.
 inline void ExpectRefusalsFollowTheRule(const std::vector<Member>& members) {
   std::mt19937 rng(5);
   auto ctx = MakeTestContext();
   for (const Member& m : members) {
     SCOPED_TRACE(m.name);
     const Conv2dRule& r = *m.rule;
-    const Layer base = RandomLayer(r, rng);
+    const Layer base = RandomLayerOf(m, rng);
     auto kernel = m.make();
     EXPECT_EQ(kernel->GetName(), m.name);
     EXPECT_EQ(kernel->CheckSupport(base.Info(), nullptr), 0);
@@ -273,9 +248,12 @@ inline void ExpectRefusalsFollowTheRule(const std::vector<Member>& members) {
     };
     for (const auto& [rule, field] : geometry) {
       if (rule == kConvNonZero) refused("zero geometry", [&](runtime::Conv2dInfo& i) { i.*field = 0; });
-      if (rule != kConvAny && rule != kConvNonZero)
-        refused("other geometry",
+      if (rule != kConvAny && rule != kConvNonZero) {  // one above and one below the fixed value
+        refused("larger geometry",
                 [&](runtime::Conv2dInfo& i) { i.*field = static_cast<uint16_t>(rule + 1); });
+        refused("smaller geometry",
+                [&](runtime::Conv2dInfo& i) { i.*field = static_cast<uint16_t>(rule - 1); });
+      }
     }
     const std::pair<int32_t, uint16_t runtime::Conv2dInfo::*> pads[] = {
         {r.padding_l, &runtime::Conv2dInfo::padding_l},
@@ -285,7 +263,9 @@ inline void ExpectRefusalsFollowTheRule(const std::vector<Member>& members) {
     };
     for (const auto& [rule, field] : pads) {
       if (rule != kConvPadAny)
-        refused("padding", [&](runtime::Conv2dInfo& i) { i.*field = static_cast<uint16_t>(rule + 1); });
+        refused("more padding", [&](runtime::Conv2dInfo& i) { i.*field = static_cast<uint16_t>(rule + 1); });
+      if (rule != kConvPadAny && rule > 0)
+        refused("less padding", [&](runtime::Conv2dInfo& i) { i.*field = static_cast<uint16_t>(rule - 1); });
     }
     if (r.groups != ConvGroups::kNotTested) refused("groups 0", [](runtime::Conv2dInfo& i) { i.groups = 0; });
     if (r.groups == ConvGroups::kExactlyOne)
@@ -293,6 +273,8 @@ inline void ExpectRefusalsFollowTheRule(const std::vector<Member>& members) {
     if (r.channels == ConvChannels::kIn3OutMult4 || r.channels == ConvChannels::kIn3OutMult8) {
       refused("in != 3", [](runtime::Conv2dInfo& i) { i.in_channels = 4; });
       refused("out not a block multiple", [](runtime::Conv2dInfo& i) { i.out_channels += 1; });
+      const uint16_t half = r.channels == ConvChannels::kIn3OutMult4 ? 2 : 4;
+      refused("out half a block off", [half](runtime::Conv2dInfo& i) { i.out_channels += half; });
     }
     if (r.channels == ConvChannels::kInMult8Out1) {
       refused("out != 1", [](runtime::Conv2dInfo& i) { i.out_channels = 2; });
@@ -311,49 +293,53 @@ inline void ExpectRefusalsFollowTheRule(const std::vector<Member>& members) {
   }
 }
 
-// The tensor checks of the planar frame, and misuse that is reported instead of read past: a tensor of
-// another channel count or too small for the kernel, a weight text shorter than the fields ask for.
-inline void ExpectTensorChecksAndReportedMisuse(const std::vector<Member>& members) {
+// The tensor checks, and misuse that is reported instead of read past: a tensor of another channel count or
+// too small for the kernel, a weight text shorter than the fields ask for, Forward before Config.
+inline void ExpectTensorChecksAndReportedMisuse(const std::vector<Member>& members,
+                                                const LayerMaker& make_layer = RandomLayerOf) {
   using runtime::DataType;
   using runtime::Layout;
   std::mt19937 rng(9);
   auto ctx = MakeTestContext();
-  auto tensor = [&](std::vector<uint32_t> dims, uint32_t type = DataType::FLOAT32,
-                    uint32_t layout = Layout::CHW) {
-    std::shared_ptr<runtime::Tensor> t;
-    ctx->GetDeviceCPU()->CreateTensor(t, runtime::TensorShape(std::move(dims), type, layout));
-    return t;
-  };
   for (const Member& m : members) {
     SCOPED_TRACE(m.name);
-    const Layer l = RandomLayer(*m.rule, rng);
+    const Layer l = make_layer(m, rng);
     auto kernel = m.make();
     ASSERT_TRUE(kernel->Config(l.Info(), nullptr, nullptr, ctx));
-    const uint32_t in_layout = zelva::kernel::ConvInputLayout(m.layout);
-    const uint32_t out_layout = zelva::kernel::ConvOutputLayout(m.layout);
-    const uint32_t lanes = Lanes(in_layout);
-    const std::vector<uint32_t> dims = DimsIn(in_layout, l.in, l.h, l.w);
-    const std::vector<uint32_t> more = DimsIn(in_layout, l.in + lanes, l.h, l.w);
-    EXPECT_EQ(kernel->CheckInputs({tensor(dims, DataType::FLOAT32, in_layout)}), 0);
-    EXPECT_EQ(kernel->CheckInputs({tensor(dims, DataType::FLOAT16, in_layout)}), 0);
-    EXPECT_EQ(kernel->CheckInputs({tensor(dims, DataType::INT32, in_layout)}), -2);
-    EXPECT_EQ(kernel->CheckInputs({tensor(more, DataType::FLOAT32, in_layout)}), -2);
+    const uint32_t in = zelva::kernel::ConvInputLayout(m.layout),
+                   out = zelva::kernel::ConvOutputLayout(m.layout);
+    auto tensor = [&](std::vector<uint32_t> dims, uint32_t type = DataType::FLOAT32,
+                      uint32_t layout = 0xFFu) {
+      return ShapedTensor(ctx, std::move(dims), layout == 0xFFu ? in : layout, type);
+    };
+    // Another layout of the same dims: the other block size, or a blocked code on planar dims.
+    const auto other = [](uint32_t layout) {
+      return layout == Layout::C4HW4 ? Layout::C8HW8 : Layout::C4HW4;
+    };
+    const std::vector<uint32_t> dims = MapDims(in, l.in, l.h, l.w);
+    const std::vector<uint32_t> more = MapDims(in, l.in + LanesOf(in), l.h, l.w);
+    EXPECT_EQ(kernel->CheckInputs({tensor(dims)}), 0);
+    EXPECT_EQ(kernel->CheckInputs({tensor(dims, DataType::FLOAT16)}), 0);
+    EXPECT_EQ(kernel->CheckInputs({tensor(dims, DataType::INT32)}), -2);
+    EXPECT_EQ(kernel->CheckInputs({tensor(more)}), -2);
     EXPECT_EQ(kernel->CheckInputs({tensor(dims, DataType::FLOAT32, Layout::HWC)}), -2);
-    EXPECT_EQ(kernel->CheckInputs({tensor(dims, DataType::FLOAT32, in_layout), tensor(dims)}), -2);
-    EXPECT_EQ(kernel->CheckOutputs({tensor(dims, DataType::FLOAT32, out_layout)}), 0);
-    EXPECT_EQ(kernel->CheckOutputs({tensor(dims, DataType::FLOAT16, out_layout)}), -2);
+    EXPECT_EQ(kernel->CheckInputs({tensor(dims, DataType::FLOAT32, other(in))}), -2);
+    EXPECT_EQ(kernel->CheckInputs({tensor(dims), tensor(dims)}), -2);
+    EXPECT_EQ(kernel->CheckOutputs({tensor(dims, DataType::FLOAT32, out)}), 0);
+    EXPECT_EQ(kernel->CheckOutputs({tensor(dims, DataType::FLOAT16, out)}), -2);
+    EXPECT_EQ(kernel->CheckOutputs({tensor(dims, DataType::FLOAT32, other(out))}), -2);
     EXPECT_EQ(kernel->CheckOutputs({}), -2);
 
     runtime::TensorList outputs;
-    EXPECT_THROW(kernel->Forward({tensor(more, DataType::FLOAT32, in_layout)}, outputs, ctx),
-                 std::runtime_error);
-    if (l.ky > 1 && l.pt + l.pb == 0) {
-      EXPECT_THROW(kernel->Forward({tensor(DimsIn(in_layout, l.in, 1, l.w), DataType::FLOAT32, in_layout)},
-                                   outputs, ctx),
+    EXPECT_THROW(kernel->Forward({tensor(more)}, outputs, ctx), std::runtime_error);
+    if (LanesOf(in) > 1) {
+      EXPECT_THROW(kernel->Forward({tensor({l.in, l.h, l.w}, DataType::FLOAT32, Layout::CHW)}, outputs, ctx),
                    std::runtime_error);
     }
-    EXPECT_THROW(m.make()->Forward({tensor(dims, DataType::FLOAT32, in_layout)}, outputs, ctx),
-                 std::runtime_error);  // not configured
+    if (l.ky > 1 && l.pt + l.pb == 0) {
+      EXPECT_THROW(kernel->Forward({tensor(MapDims(in, l.in, 1, l.w))}, outputs, ctx), std::runtime_error);
+    }
+    EXPECT_THROW(m.make()->Forward({tensor(dims)}, outputs, ctx), std::runtime_error);  // not configured
 
     auto info = l.Info();
     info->weight = WeightText(std::vector<float>(l.weight.size() - 1, 0.0f));
@@ -369,23 +355,13 @@ struct FixtureCase {
   std::vector<float> want;
 };
 
-inline std::vector<FixtureCase> ReadConvFixture() {
+inline std::vector<FixtureCase> ReadConvFixture(const std::string& file_name = "conv2d_fixture.txt") {
   std::vector<FixtureCase> cases;
-  std::ifstream file(std::string(ZELVA_TEST_DATA_DIR) + "/conv2d_fixture.txt");
-  EXPECT_TRUE(file.good());
-  const std::vector<float> count = ReadFixtureRow(file);
-  if (count.size() != 1) {
-    ADD_FAILURE() << "conv2d_fixture.txt: no case count";
-    return cases;
-  }
-  for (int c = 0; c < static_cast<int>(count[0]); ++c) {
+  ForEachFixtureCase(file_name, [&](const std::string& name, std::istream& file) {
     FixtureCase fc;
-    std::getline(file, fc.name);
+    fc.name = name;
     const std::vector<float> f = ReadFixtureRow(file);
-    if (f.size() != 16u) {
-      ADD_FAILURE() << fc.name << ": " << f.size() << " fields";
-      return cases;
-    }
+    ASSERT_EQ(f.size(), 16u) << fc.name;
     Layer& l = fc.layer;
     uint32_t* fields[] = {&l.in, &l.out, &l.h,      &l.w,  &l.ky, &l.kx, &l.sy, &l.sx,
                           &l.dy, &l.dx,  &l.groups, &l.pl, &l.pr, &l.pt, &l.pb};
@@ -397,26 +373,32 @@ inline std::vector<FixtureCase> ReadConvFixture() {
     fc.want = ReadFixtureRow(file);
     EXPECT_EQ(fc.want.size(), static_cast<size_t>(l.out) * l.OutH() * l.OutW()) << fc.name;
     cases.push_back(std::move(fc));
-  }
+  });
   return cases;
 }
 
 // The bound of a reference against torch: 4e-6 * (1 + the magnitude of the terms).
 inline constexpr Accuracy kAgainstTorch = zelva::kernel::Within(4e-6f, 4e-6f);
 
-// Holds `reference` to torch on every case `takes`, and every row accepting a case to the reference under
-// its accuracy; returns "case member" for each row that ran.
+// Holds `reference` to torch on every case of `file_name` that `takes`, and every row accepting a case (in
+// whole channel blocks per group where it is blocked, or per channel for the depthwise rows) to the reference
+// under its accuracy; returns "case member" for each row that ran.
 inline std::set<std::string> ExpectFixtures(const std::vector<Member>& members, Reference reference,
-                                            const std::function<bool(const Layer&)>& takes) {
+                                            const std::function<bool(const Layer&)>& takes,
+                                            const std::string& file_name = "conv2d_fixture.txt",
+                                            bool one_kernel_per_channel = false) {
   std::set<std::string> ran;
-  for (const FixtureCase& fc : ReadConvFixture()) {
+  for (const FixtureCase& fc : ReadConvFixture(file_name)) {
     if (!takes(fc.layer)) continue;
     const std::vector<float> magnitude = RunReference(reference, fc.layer, true);
     const std::vector<float> want = RunReference(reference, fc.layer);
     ExpectAccuracy(want, fc.want, kAgainstTorch, fc.name + " by the reference", &magnitude);
     ran.insert(fc.name + " reference");
     for (const Member& m : members) {
-      if (!CanRun(m.isa) || m.make()->CheckSupport(fc.layer.Info(), nullptr) != 0) continue;
+      const uint32_t whole = BlockOf(m) * (one_kernel_per_channel ? 1 : fc.layer.groups);
+      if (!CanRun(m.isa) || fc.layer.in % whole != 0 || fc.layer.out % whole != 0 ||
+          m.make()->CheckSupport(fc.layer.Info(), nullptr) != 0)
+        continue;
       ExpectMember(m, fc.layer, want, magnitude, fc.name + " by " + m.name);
       ran.insert(fc.name + " " + m.name);
     }

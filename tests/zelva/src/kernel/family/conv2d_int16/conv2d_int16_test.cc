@@ -1,7 +1,7 @@
 // The 16-bit integer 1x1 convolution: the reference against PyTorch on quantised values
 // (tests/data/conv2d_int16_fixture.txt, tools/gen_conv2d_int16_fixture.py; ties, saturation, sums beyond 24
-// bits), the member against the reference bit for bit on random layers (blocked input through the layout
-// family's element rule), and the layers it refuses: no parameter, another geometry, steps out of range.
+// bits), the member against the reference bit for bit on random layers (blocked input, by index), and the
+// layers it refuses: no parameter, another geometry, steps out of range.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -15,7 +15,6 @@
 #include "support/model_builder.h"
 #include "zelva/src/kernel/family/conv2d_int16/members.h"
 #include "zelva/src/kernel/family/conv2d_int16/reference.h"
-#include "zelva/src/kernel/family/layout/reference.h"
 #include "zelva/src/runtime/zvmodel2/model_cfg.h"
 
 namespace zvtest {
@@ -23,7 +22,6 @@ namespace {
 
 namespace runtime = zelva::runtime;
 using zelva::kernel::Conv2dInt16Reference;
-using zelva::kernel::RelayoutReference;
 
 using Member = PlainMember;
 
@@ -64,29 +62,15 @@ struct Layer {
 
 // Runs the member as the net does (with its parameter), input blocked and output unblocked.
 std::vector<float> RunMember(const Member& m, const Layer& l) {
-  const uint32_t pixels = l.h * l.w;
-  auto ctx = MakeTestContext();
+  static const auto ctx = MakeTestContext();  // outlives the kernel's weights
   auto kernel = m.make();
   EXPECT_TRUE(kernel->Config(l.Info(), l.Param(), nullptr, ctx)) << m.name;
-  std::vector<float> blocked(l.input.size());
-  RelayoutReference(l.input.data(), 1, pixels, blocked.data(), 8, pixels * 8, l.in, pixels);
-  const auto outputs = RunKernel(
-      *kernel, nullptr, {MakeTensor(ctx, {l.in / 8, l.h, l.w, 8}, runtime::Layout::C8HW8, blocked)}, ctx);
-  if (outputs.size() != 1) return {};
-  EXPECT_EQ(outputs[0]->shape.dims, (std::vector<uint32_t>{l.out / 8, l.h, l.w, 8}));
-  std::vector<float> got(static_cast<size_t>(l.out) * pixels);
-  RelayoutReference(outputs[0]->Data<float>(), 8, pixels * 8, got.data(), 1, pixels, l.out, pixels);
-  return got;
+  return RunOnMap(*kernel, nullptr, l.input, l.in, l.h, l.w, runtime::Layout::C8HW8, runtime::Layout::C8HW8,
+                  {l.out, l.h, l.w});
 }
 
 TEST(Conv2dInt16Family, ReferenceAndMemberMatchTorch) {
-  std::ifstream file(std::string(ZELVA_TEST_DATA_DIR) + "/conv2d_int16_fixture.txt");
-  ASSERT_TRUE(file.good());
-  const std::vector<float> count = ReadFixtureRow(file);
-  ASSERT_EQ(count.size(), 1u);
-  for (int n = 0; n < static_cast<int>(count[0]); ++n) {
-    std::string name;
-    std::getline(file, name);
+  ForEachFixtureCase("conv2d_int16_fixture.txt", [](const std::string& name, std::istream& file) {
     const std::vector<float> p = ReadFixtureRow(file);
     ASSERT_EQ(p.size(), 7u) << name;
     Layer l{static_cast<uint32_t>(p[0]),
@@ -104,7 +88,7 @@ TEST(Conv2dInt16Family, ReferenceAndMemberMatchTorch) {
     for (const Member& m : Members()) {
       if (CanRun(m.isa)) ExpectAccuracy(RunMember(m, l), want, m.accuracy, m.name + " " + name);
     }
-  }
+  });
 }
 
 TEST(Conv2dInt16Family, MemberMatchesTheReferenceOnRandomLayers) {

@@ -2,7 +2,7 @@
 // row accepts (odd sizes, strides 1 to 3, positive, negative and asymmetric crops, bias on and off, channel
 // counts at one to three blocks), the reference and every row against torch.nn.ConvTranspose2d
 // (tests/data/convtranspose_fixture.txt, tools/gen_convtranspose_fixture.py), and the refusals of each row's
-// rule. Blocked rows get their input blocked and their output unblocked by the layout family's element rule.
+// rule. Blocked rows get their input blocked and their output unblocked here, by index.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -11,7 +11,6 @@
 
 #include "support/kernel_tester.h"
 #include "zelva/src/kernel/family/convtranspose/members.h"
-#include "zelva/src/kernel/family/layout/reference.h"
 
 namespace zvtest {
 namespace {
@@ -19,25 +18,13 @@ namespace {
 using namespace zelva;
 using kernel::ConvTransposeRule;
 
-struct Member {
-  std::string name;
-  kernel::Isa isa;
-  kernel::Accuracy accuracy;
-  const ConvTransposeRule* rule;
-  std::function<std::shared_ptr<runtime::IKernel>()> make;
-  uint32_t Lanes() const {
-    return rule->layout == runtime::Layout::C4HW4 ? 4u : rule->layout == runtime::Layout::C8HW8 ? 8u : 1u;
-  }
-};
+using Member = RuledMember<ConvTransposeRule>;
 
 std::vector<Member> Members() {
-  std::vector<Member> members;
-#define ZV_TEST_ROW(group, isa, cls, accuracy, ...)                                 \
-  members.push_back({#cls, kernel::Isa::isa, kernel::accuracy, &kernel::cls##_rule, \
-                     [] { return std::shared_ptr<runtime::IKernel>(new kernel::cls()); }});
-  ZV_CONVTRANSPOSE_MEMBERS(ZV_TEST_ROW)
-#undef ZV_TEST_ROW
-  return members;
+  return ZV_RULED_MEMBERS(ConvTransposeRule, ZV_CONVTRANSPOSE_MEMBERS);
+}
+uint32_t Lanes(const Member& m) {
+  return LanesOf(m.rule->layout);
 }
 
 struct Layer {
@@ -85,29 +72,10 @@ std::vector<float> Reference(const Layer& l) {
   return out;
 }
 
-// Runs a row as the net does (a blocked row's input blocked, its output unblocked), planar values out.
 std::vector<float> RunMember(const Member& m, const Layer& l) {
-  const uint32_t lanes = m.Lanes(), pixels = l.h * l.w, out_pixels = l.OutH() * l.OutW();
-  std::vector<float> input = l.input;
-  std::vector<uint32_t> dims = {l.in, l.h, l.w};
-  if (lanes != 1) {
-    kernel::RelayoutReference(l.input.data(), 1, pixels, input.data(), lanes, pixels * lanes, l.in, pixels);
-    dims = {l.in / lanes, l.h, l.w, lanes};
-  }
-  auto ctx = MakeTestContext();
   auto kernel = m.make();
-  auto outputs = RunKernel(*kernel, l.Info(), {MakeTensor(ctx, dims, m.rule->layout, input)}, ctx);
-  if (outputs.size() != 1) return {};
-  std::vector<uint32_t> want_dims = {l.out, l.OutH(), l.OutW()};
-  if (lanes != 1) want_dims = {l.out / lanes, l.OutH(), l.OutW(), lanes};
-  EXPECT_EQ(outputs[0]->shape.dims, want_dims) << m.name;
-  EXPECT_EQ(outputs[0]->shape.layout, m.rule->layout) << m.name;
-  std::vector<float> got = Values(outputs[0]);
-  if (lanes != 1) {
-    kernel::RelayoutReference(outputs[0]->Data<float>(), lanes, out_pixels * lanes, got.data(), 1, out_pixels,
-                              l.out, out_pixels);
-  }
-  return got;
+  return RunOnMap(*kernel, l.Info(), l.input, l.in, l.h, l.w, m.rule->layout, m.rule->layout,
+                  {l.out, l.OutH(), l.OutW()});
 }
 
 uint32_t Pick(uint32_t rule, uint32_t any) {
@@ -124,10 +92,10 @@ Layer RandomLayer(const Member& m, uint32_t h, uint32_t w, std::mt19937& rng) {
   l.g = Pick(r.groups, 1 + rng() % 3);
   l.sy = 1 + rng() % 3;
   l.sx = 1 + rng() % 3;
-  const uint32_t unit = m.Lanes() == 1 ? l.g : m.Lanes();
+  const uint32_t unit = Lanes(m) == 1 ? l.g : Lanes(m);
   l.in = unit * (1 + rng() % 3);
   l.out = unit * (1 + rng() % 3);
-  if (m.Lanes() == 1 && l.g == 1) l.out += rng() % 4;  // planar rows: out off the vector width
+  if (Lanes(m) == 1 && l.g == 1) l.out += rng() % 4;  // planar rows: out off the vector width
   l.h = h;
   l.w = w;
   // Crops of -1 to 2 on each side, kept to leave an output.
@@ -200,9 +168,7 @@ TEST(ConvTransposeFamily, RefusalsAndReportedMisuse) {
     auto refused = [&](const char* what, const std::function<void(runtime::ConvTranspose2dInfo&)>& change) {
       auto info = base.Info();
       change(*info);
-      EXPECT_EQ(kernel->CheckSupport(info, nullptr), -1) << what;
-      EXPECT_FALSE(kernel->Config(info, nullptr, nullptr, ctx)) << what;
-      EXPECT_FALSE(kernel->IsConfigured()) << what;
+      ExpectRefused(*kernel, info, ctx, what);
     };
     refused("groups 0", [](runtime::ConvTranspose2dInfo& i) { i.groups = 0; });
     refused("stride 0", [](runtime::ConvTranspose2dInfo& i) { i.stride_x = 0; });
@@ -222,13 +188,13 @@ TEST(ConvTransposeFamily, RefusalsAndReportedMisuse) {
       refused("groups",
               [](runtime::ConvTranspose2dInfo& i) { i.groups = i.in_channels = i.out_channels = 8; });
     }
-    if (m.Lanes() != 1) {
-      const uint16_t off = static_cast<uint16_t>(m.Lanes() + 2);
+    if (Lanes(m) != 1) {
+      const uint16_t off = static_cast<uint16_t>(Lanes(m) + 2);
       refused("in off the block", [off](runtime::ConvTranspose2dInfo& i) { i.in_channels = off; });
       refused("out off the block", [off](runtime::ConvTranspose2dInfo& i) { i.out_channels = off; });
     }
     ASSERT_TRUE(kernel->Config(base.Info(), nullptr, nullptr, ctx));
-    const uint32_t lanes = m.Lanes();
+    const uint32_t lanes = Lanes(m);
     auto input = [&](uint32_t channels, uint32_t layout) {
       return lanes == 1 ? MakeTensor(ctx, {channels, 3, 3}, layout)
                         : MakeTensor(ctx, {channels / lanes, 3, 3, lanes}, layout);

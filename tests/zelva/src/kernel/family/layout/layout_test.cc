@@ -40,15 +40,11 @@ std::vector<Member> Members() {
   return members;
 }
 
-uint32_t Lanes(uint32_t layout) {
-  return layout == Layout::C4HW4 ? 4u : layout == Layout::C8HW8 ? 8u : 1u;
-}
-
 // The dims of `channels` x h x w in `layout`.
 std::vector<uint32_t> Dims(uint32_t layout, uint32_t channels, uint32_t h, uint32_t w) {
   if (layout == Layout::C) return {channels * h * w};
   if (layout == Layout::CHW) return {channels, h, w};
-  return {channels / Lanes(layout), h, w, Lanes(layout)};
+  return {channels / LanesOf(layout), h, w, LanesOf(layout)};
 }
 
 // Random values with NaNs of several payloads and signs, infinities, a signed zero and a denormal among them.
@@ -64,12 +60,6 @@ void ExpectSameBits(const float* got, const float* want, size_t n, const std::st
   EXPECT_EQ(std::memcmp(got, want, n * sizeof(float)), 0) << what;
 }
 
-bool Skip(const Member& m) {
-  if (CanRun(m.isa)) return false;
-  GTEST_LOG_(INFO) << "skipping " << m.name << ": this processor lacks its instruction set";
-  return true;
-}
-
 // Pixel counts around the tiles: none, rest only (1, 3, 5), one tile of 4 and 8, tiles and a rest.
 const std::pair<uint32_t, uint32_t> kPlanes[] = {{1, 1}, {1, 3}, {1, 5},  {2, 2}, {3, 3},
                                                  {2, 8}, {5, 7}, {3, 11}, {4, 8}, {7, 9}};
@@ -78,8 +68,8 @@ TEST(LayoutFamily, EveryMemberMatchesTheReferenceBitForBit) {
   auto ctx = MakeTestContext();
   uint32_t seed = 1;
   for (const Member& m : Members()) {
-    if (Skip(m)) continue;
-    const uint32_t block = std::max(Lanes(m.from), Lanes(m.to));
+    if (SkipUnrunnable(m)) continue;
+    const uint32_t block = std::max(LanesOf(m.from), LanesOf(m.to));
     for (const uint32_t blocks : {1u, 2u, 3u}) {
       for (const auto& [h, w] : kPlanes) {
         const uint32_t c = blocks * block;
@@ -93,8 +83,8 @@ TEST(LayoutFamily, EveryMemberMatchesTheReferenceBitForBit) {
         EXPECT_EQ(out[0]->shape.dims, Dims(m.to, c, h, w)) << what;
         EXPECT_EQ(out[0]->shape.layout, m.to) << what;
         std::vector<float> want(x.size());
-        zelva::kernel::RelayoutReference(x.data(), Lanes(m.from), h * w * Lanes(m.from), want.data(),
-                                         Lanes(m.to), h * w * Lanes(m.to), c, h * w);
+        zelva::kernel::RelayoutReference(x.data(), LanesOf(m.from), h * w * LanesOf(m.from), want.data(),
+                                         LanesOf(m.to), h * w * LanesOf(m.to), c, h * w);
         ExpectSameBits(out[0]->Data<float>(), want.data(), want.size(), what);
       }
     }
@@ -105,16 +95,16 @@ TEST(LayoutFamily, EveryMemberMatchesTheReferenceBitForBit) {
 // reads and writes by the strides it is given and leaves the gaps alone.
 TEST(LayoutFamily, CoresFollowTheStridesTheyAreGiven) {
   for (const Member& m : Members()) {
-    if (Skip(m)) continue;
-    const uint32_t block = std::max(Lanes(m.from), Lanes(m.to));
+    if (SkipUnrunnable(m)) continue;
+    const uint32_t block = std::max(LanesOf(m.from), LanesOf(m.to));
     for (const auto& [h, w] : kPlanes) {
       const uint32_t c = 2 * block, pixels = h * w;
       // A unit of each side is a plane (planar) or a block (blocked); its stride is its length plus a gap.
-      const uint32_t src_stride = pixels * Lanes(m.from) + 3, dst_stride = pixels * Lanes(m.to) + 5;
-      const uint32_t src_units = c / Lanes(m.from), dst_units = c / Lanes(m.to);
+      const uint32_t src_stride = pixels * LanesOf(m.from) + 3, dst_stride = pixels * LanesOf(m.to) + 5;
+      const uint32_t src_units = c / LanesOf(m.from), dst_units = c / LanesOf(m.to);
       const std::vector<float> x = Data(static_cast<size_t>(src_units) * src_stride, h * 31 + w);
       std::vector<float> got(static_cast<size_t>(dst_units) * dst_stride, -7.0f), want = got;
-      zelva::kernel::RelayoutReference(x.data(), Lanes(m.from), src_stride, want.data(), Lanes(m.to),
+      zelva::kernel::RelayoutReference(x.data(), LanesOf(m.from), src_stride, want.data(), LanesOf(m.to),
                                        dst_stride, c, pixels);
       m.core({x.data(), src_stride, got.data(), dst_stride, c / block, pixels});
       ExpectSameBits(got.data(), want.data(), got.size(),
@@ -131,9 +121,10 @@ TEST(LayoutFamily, EveryPairRoundTrips) {
   int pairs = 0;
   for (const Member& there : members) {
     for (const Member& back : members) {
-      if (there.to != back.from || back.to != there.from || Skip(there) || Skip(back)) continue;
+      if (there.to != back.from || back.to != there.from || SkipUnrunnable(there) || SkipUnrunnable(back))
+        continue;
       ++pairs;
-      const uint32_t c = 2 * std::max(Lanes(there.from), Lanes(there.to)), h = 3, w = 7;
+      const uint32_t c = 2 * std::max(LanesOf(there.from), LanesOf(there.to)), h = 3, w = 7;
       const std::vector<float> x = Data(static_cast<size_t>(c) * h * w, static_cast<uint32_t>(pairs));
       auto a = there.make();
       auto b = back.make();
@@ -155,9 +146,7 @@ TEST(LayoutFamily, EveryPairRoundTrips) {
 TEST(LayoutFamily, SupportShapesAndTensorChecks) {
   auto ctx = MakeTestContext();
   auto tensor = [&](std::vector<uint32_t> dims, uint32_t layout, uint32_t type = DataType::FLOAT32) {
-    std::shared_ptr<runtime::Tensor> t;
-    ctx->GetDeviceCPU()->CreateTensor(t, runtime::TensorShape(std::move(dims), type, layout));
-    return t;
+    return ShapedTensor(ctx, std::move(dims), layout, type);
   };
   for (const Member& m : Members()) {
     SCOPED_TRACE(m.name);
@@ -170,7 +159,7 @@ TEST(LayoutFamily, SupportShapesAndTensorChecks) {
     EXPECT_FALSE(kernel->IsConfigured());
     ASSERT_TRUE(kernel->Config(nullptr, nullptr, nullptr, ctx));
 
-    const uint32_t block = std::max(Lanes(m.from), Lanes(m.to));
+    const uint32_t block = std::max(LanesOf(m.from), LanesOf(m.to));
     const auto in = tensor(Dims(m.from, block, 2, 3), m.from);
     const auto out = tensor(Dims(m.to, block, 2, 3), m.to);
     EXPECT_EQ(kernel->CheckInputs({in, in}), 0);
@@ -199,7 +188,7 @@ TEST(LayoutFamily, SupportShapesAndTensorChecks) {
     }
 
     // Several inputs give as many outputs, in order.
-    if (Skip(m)) continue;
+    if (SkipUnrunnable(m)) continue;
     const std::vector<float> a = Data(static_cast<size_t>(block) * 6, 1),
                              b = Data(static_cast<size_t>(block) * 2, 2);
     runtime::TensorList outputs;

@@ -13,7 +13,6 @@
 
 #include "support/kernel_tester.h"
 #include "support/model_builder.h"
-#include "zelva/src/kernel/family/layout/reference.h"
 #include "zelva/src/kernel/family/pixelshuffle/members.h"
 #include "zelva/src/kernel/family/pixelshuffle/reference.h"
 
@@ -23,7 +22,6 @@ namespace {
 namespace runtime = zelva::runtime;
 using runtime::Layout;
 using zelva::kernel::PixelShuffleReference;
-using zelva::kernel::RelayoutReference;
 
 struct Member {
   std::string name;
@@ -45,10 +43,6 @@ std::vector<Member> Members() {
   return members;
 }
 
-uint32_t Lanes(uint32_t layout) {
-  return layout == Layout::C4HW4 ? 4u : layout == Layout::C8HW8 ? 8u : 1u;
-}
-
 std::shared_ptr<runtime::PixelShuffleInfo> Info(float factor) {
   auto info = std::make_shared<runtime::PixelShuffleInfo>();
   info->upscale_factor = factor;
@@ -62,43 +56,12 @@ float FactorOf(bool up, uint32_t r) {
 // Runs `m` on a planar c x h x w input (blocked for a blocked row) and returns the planar output.
 std::vector<float> RunMember(const Member& m, float factor, const std::vector<float>& in, uint32_t c,
                              uint32_t h, uint32_t w, std::vector<uint32_t>* out_chw) {
-  const uint32_t lanes = Lanes(m.layout), pixels = h * w;
-  auto ctx = MakeTestContext();
   auto kernel = m.make();
-  std::vector<float> stored(in.size());
-  std::vector<uint32_t> dims = {c, h, w};
-  if (lanes == 1) {
-    stored = in;
-  } else {
-    RelayoutReference(in.data(), 1, pixels, stored.data(), lanes, pixels * lanes, c, pixels);
-    dims = {c / lanes, h, w, lanes};
-  }
-  const auto outputs = RunKernel(*kernel, Info(factor), {MakeTensor(ctx, dims, m.layout, stored)}, ctx);
-  if (outputs.size() != 1) {
-    ADD_FAILURE() << m.name << ": no output";
-    return {};
-  }
-  const auto& s = outputs[0]->shape;
-  EXPECT_EQ(s.layout, m.layout) << m.name;
-  const uint32_t oc = lanes == 1 ? s.dims[0] : s.dims[0] * lanes, op = s.dims[1] * s.dims[2];
-  *out_chw = {oc, s.dims[1], s.dims[2]};
-  std::vector<float> got(static_cast<size_t>(oc) * op);
-  if (lanes == 1) {
-    got = Values(outputs[0]);
-  } else {
-    RelayoutReference(outputs[0]->Data<float>(), lanes, op * lanes, got.data(), 1, op, oc, op);
-  }
-  return got;
+  return RunOnMap(*kernel, Info(factor), in, c, h, w, m.layout, m.layout, {}, out_chw);
 }
 
 TEST(PixelShuffleFamily, ReferenceMatchesTorch) {
-  std::ifstream file(std::string(ZELVA_TEST_DATA_DIR) + "/pixelshuffle_fixture.txt");
-  ASSERT_TRUE(file.good());
-  const std::vector<float> count = ReadFixtureRow(file);
-  ASSERT_EQ(count.size(), 1u);
-  for (int k = 0; k < static_cast<int>(count[0]); ++k) {
-    std::string name;
-    std::getline(file, name);
+  ForEachFixtureCase("pixelshuffle_fixture.txt", [](const std::string& name, std::istream& file) {
     const std::vector<float> p = ReadFixtureRow(file), in = ReadFixtureRow(file), want = ReadFixtureRow(file);
     ASSERT_EQ(p.size(), 5u) << name;
     const bool up = p[0] != 0.0f;
@@ -109,21 +72,21 @@ TEST(PixelShuffleFamily, ReferenceMatchesTorch) {
     ExpectAccuracy(got, want, zelva::kernel::kBitExact, name);
     // Every member that runs this case agrees with torch too.
     for (const Member& m : Members()) {
-      const uint32_t lanes = Lanes(m.layout);
+      const uint32_t lanes = LanesOf(m.layout);
       if (!CanRun(m.isa) || !(up ? m.up : m.down) || (m.factor != 0 && m.factor != r)) continue;
       if (c % lanes != 0 || (up && (c / (r * r)) % lanes != 0)) continue;
       std::vector<uint32_t> out_chw;
       ExpectAccuracy(RunMember(m, FactorOf(up, r), in, c, h, w, &out_chw), want, zelva::kernel::kBitExact,
                      m.name + " " + name);
     }
-  }
+  });
 }
 
 TEST(PixelShuffleFamily, EveryMemberMatchesTheReference) {
   uint32_t seed = 1;
   for (const Member& m : Members()) {
     if (SkipUnrunnable(m)) continue;
-    const uint32_t lanes = Lanes(m.layout);
+    const uint32_t lanes = LanesOf(m.layout);
     const std::vector<uint32_t> factors =
         m.factor != 0 ? std::vector<uint32_t>{m.factor} : std::vector<uint32_t>{1, 2, 3};
     for (const bool up : {true, false}) {
@@ -192,7 +155,7 @@ TEST(PixelShuffleFamily, TensorChecksAndReportedMisuse) {
   auto ctx = MakeTestContext();
   for (const Member& m : Members()) {
     SCOPED_TRACE(m.name);
-    const uint32_t lanes = Lanes(m.layout);
+    const uint32_t lanes = LanesOf(m.layout);
     const bool up = m.up;
     auto dims = [&](uint32_t c, uint32_t h, uint32_t w) {
       return lanes == 1 ? std::vector<uint32_t>{c, h, w} : std::vector<uint32_t>{c / lanes, h, w, lanes};

@@ -30,22 +30,10 @@ namespace {
 
 using runtime::Layout;
 
-struct Member {
-  std::string name;
-  Isa isa;
-  Accuracy accuracy;
-  const PoolRule* rule;
-  std::function<std::shared_ptr<runtime::IKernel>()> make;
-};
+using Member = zvtest::RuledMember<PoolRule>;
 
 std::vector<Member> AllMembers() {
-  std::vector<Member> members;
-#define ZV_TEST_MEMBER(group, isa, cls, accuracy, ...) \
-  members.push_back(                                   \
-      {#cls, Isa::isa, accuracy, &cls##_rule, [] { return std::shared_ptr<runtime::IKernel>(new cls()); }});
-  ZV_POOLING_MEMBERS(ZV_TEST_MEMBER)
-#undef ZV_TEST_MEMBER
-  return members;
+  return ZV_RULED_MEMBERS(PoolRule, ZV_POOLING_MEMBERS);
 }
 
 // One pooling layer and a planar input [c, h, w].
@@ -112,54 +100,16 @@ struct Layer {
   }
 };
 
-// [c, n] planar to [c / lanes, n, lanes] and back.
-std::vector<float> Block(const std::vector<float>& planar, uint32_t c, uint32_t n, uint32_t lanes) {
-  std::vector<float> out(planar.size());
-  for (uint32_t ch = 0; ch < c; ++ch)
-    for (uint32_t i = 0; i < n; ++i)
-      out[(static_cast<size_t>(ch / lanes) * n + i) * lanes + ch % lanes] =
-          planar[static_cast<size_t>(ch) * n + i];
-  return out;
-}
-std::vector<float> Unblock(const std::vector<float>& blocked, uint32_t c, uint32_t n, uint32_t lanes) {
-  std::vector<float> out(blocked.size());
-  for (uint32_t ch = 0; ch < c; ++ch)
-    for (uint32_t i = 0; i < n; ++i)
-      out[static_cast<size_t>(ch) * n + i] =
-          blocked[(static_cast<size_t>(ch / lanes) * n + i) * lanes + ch % lanes];
-  return out;
-}
-
 uint32_t LanesOf(PoolLayout layout) {
   return layout == PoolLayout::kC4HW4 ? 4 : layout == PoolLayout::kC8HW8 ? 8 : 1;
-}
-uint32_t LayoutCode(uint32_t lanes) {
-  return lanes == 8 ? Layout::C8HW8 : lanes == 4 ? Layout::C4HW4 : Layout::CHW;
 }
 
 // Runs `m` on `l` in the layout of `lanes` as the net does and gives the output planar; checks its shape.
 std::vector<float> RunMember(const Member& m, const Layer& l, uint32_t lanes) {
-  auto ctx = zvtest::MakeTestContext();
-  const uint32_t n = l.h * l.w;
-  std::shared_ptr<runtime::Tensor> in =
-      lanes == 1 ? zvtest::MakeTensor(ctx, {l.c, l.h, l.w}, Layout::CHW, l.input)
-                 : zvtest::MakeTensor(ctx, {l.c / lanes, l.h, l.w, lanes}, LayoutCode(lanes),
-                                      Block(l.input, l.c, n, lanes));
+  const uint32_t layout = zvtest::LayoutOfLanes(lanes);
   auto kernel = m.make();
-  const auto outputs = zvtest::RunKernel(*kernel, l.Info(), {in}, ctx);
-  if (outputs.size() != 1u) {
-    ADD_FAILURE() << m.name << ": " << outputs.size() << " outputs";
-    return {};
-  }
-  const runtime::TensorShape& s = outputs[0]->shape;
-  const std::vector<uint32_t> want = lanes == 1
-                                         ? std::vector<uint32_t>{l.c, l.OutH(), l.OutW()}
-                                         : std::vector<uint32_t>{l.c / lanes, l.OutH(), l.OutW(), lanes};
-  EXPECT_EQ(s.dims, want) << m.name;
-  EXPECT_EQ(s.layout, LayoutCode(lanes)) << m.name;
-  if (s.dims != want) return {};
-  const std::vector<float> out = zvtest::Values(outputs[0]);
-  return lanes == 1 ? out : Unblock(out, l.c, l.OutH() * l.OutW(), lanes);
+  return zvtest::RunOnMap(*kernel, l.Info(), l.input, l.c, l.h, l.w, layout, layout,
+                          {l.c, l.OutH(), l.OutW()});
 }
 
 bool Takes(const Member& m, const Layer& l) {
@@ -219,10 +169,7 @@ TEST(PoolingFamily, ReferenceAndMembersMatchTorch) {
 TEST(PoolingFamily, EveryMemberMatchesTheReference) {
   std::mt19937 rng(17);
   for (const Member& m : AllMembers()) {
-    if (!zvtest::CanRun(m.isa)) {
-      GTEST_LOG_(INFO) << "skipping " << m.name << ": this processor lacks its instruction set";
-      continue;
-    }
+    if (zvtest::SkipUnrunnable(m)) continue;
     for (const uint32_t lanes : LanesToTry(m)) {
       for (int round = 0; round < 12; ++round) {
         Layer l;

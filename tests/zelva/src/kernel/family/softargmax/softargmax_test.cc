@@ -62,13 +62,7 @@ std::vector<float> RunMember(const Member& m, const std::vector<float>& in, uint
 }
 
 TEST(SoftArgMaxFamily, ReferenceAndMembersMatchTorch) {
-  std::ifstream file(std::string(ZELVA_TEST_DATA_DIR) + "/softargmax_fixture.txt");
-  ASSERT_TRUE(file.good());
-  const std::vector<float> count = ReadFixtureRow(file);
-  ASSERT_EQ(count.size(), 1u);
-  for (int k = 0; k < static_cast<int>(count[0]); ++k) {
-    std::string name;
-    std::getline(file, name);
+  ForEachFixtureCase("softargmax_fixture.txt", [&](const std::string& name, std::istream& file) {
     const std::vector<float> p = ReadFixtureRow(file), in = ReadFixtureRow(file), want = ReadFixtureRow(file);
     ASSERT_TRUE(p.size() == 4 || p.size() == 6) << name;
     const uint32_t c = static_cast<uint32_t>(p[0]), h = static_cast<uint32_t>(p[1]),
@@ -80,7 +74,7 @@ TEST(SoftArgMaxFamily, ReferenceAndMembersMatchTorch) {
       if (CanRun(m.isa))
         ExpectAccuracy(RunMember(m, in, c, h, w, p[3], size), want, m.accuracy, m.name + " " + name);
     }
-  }
+  });
 }
 
 TEST(SoftArgMaxFamily, EveryMemberIsWithinItsBoundOfTheReference) {
@@ -116,9 +110,7 @@ TEST(SoftArgMaxFamily, RefusalsAndTensorChecks) {
     for (const auto& info :
          {Info(1.0f, {4}), Info(1.0f, {4, 4, 4}), Info(1.0f, {0, 4}),
           Info(std::numeric_limits<float>::quiet_NaN()), Info(std::numeric_limits<float>::infinity())}) {
-      EXPECT_EQ(kernel->CheckSupport(info, nullptr), -1);
-      EXPECT_FALSE(kernel->Config(info, nullptr, nullptr, ctx));
-      EXPECT_FALSE(kernel->IsConfigured());
+      ExpectRefused(*kernel, info, ctx, "size or beta");
     }
     ExpectCommonRefusals(*kernel, Info(1.0f), std::make_shared<runtime::SoftmaxInfo>(), ctx);
 

@@ -3,7 +3,7 @@
 // widths around the vector widths), the reference and every row against torch.nn.functional.interpolate
 // (tests/data/upsampling_fixture.txt, tools/gen_upsampling_fixture.py), and the refusals: modes a row does
 // not implement, a mode code without a name, an axis with neither a size nor a positive factor. Blocked rows
-// get their input blocked and their output unblocked by the layout family's element rule.
+// get their input blocked and their output unblocked here, by index.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -13,10 +13,7 @@
 
 #include "support/kernel_tester.h"
 #include "support/log_capture.h"
-#include "zelva/src/kernel/family/layout/reference.h"
 #include "zelva/src/kernel/family/upsampling/members.h"
-#include "zelva/src/kernel/registry/registry.h"
-#include "zelva/src/runtime/net_constructor.h"
 
 namespace zvtest {
 namespace {
@@ -25,30 +22,18 @@ using namespace zelva;
 using kernel::UpsampleModes;
 using kernel::UpsampleRule;
 
-struct Member {
-  std::string name;
-  kernel::Isa isa;
-  kernel::Accuracy accuracy;
-  const UpsampleRule* rule;
-  std::function<std::shared_ptr<runtime::IKernel>()> make;
-  uint32_t Lanes() const {
-    return rule->layout == runtime::Layout::C4HW4 ? 4u : rule->layout == runtime::Layout::C8HW8 ? 8u : 1u;
-  }
-  std::vector<uint16_t> Modes() const {
-    return rule->modes == UpsampleModes::kAll       ? std::vector<uint16_t>{0, 1, 2}
-           : rule->modes == UpsampleModes::kNearest ? std::vector<uint16_t>{0}
-                                                    : std::vector<uint16_t>{1};
-  }
-};
+using Member = RuledMember<UpsampleRule>;
 
 std::vector<Member> Members() {
-  std::vector<Member> members;
-#define ZV_TEST_ROW(group, isa, cls, accuracy, ...)                                 \
-  members.push_back({#cls, kernel::Isa::isa, kernel::accuracy, &kernel::cls##_rule, \
-                     [] { return std::shared_ptr<runtime::IKernel>(new kernel::cls()); }});
-  ZV_UPSAMPLING_MEMBERS(ZV_TEST_ROW)
-#undef ZV_TEST_ROW
-  return members;
+  return ZV_RULED_MEMBERS(UpsampleRule, ZV_UPSAMPLING_MEMBERS);
+}
+uint32_t Lanes(const Member& m) {
+  return LanesOf(m.rule->layout);
+}
+std::vector<uint16_t> Modes(const Member& m) {
+  return m.rule->modes == UpsampleModes::kAll       ? std::vector<uint16_t>{0, 1, 2}
+         : m.rule->modes == UpsampleModes::kNearest ? std::vector<uint16_t>{0}
+                                                    : std::vector<uint16_t>{1};
 }
 
 struct Layer {
@@ -89,27 +74,9 @@ std::vector<float> Reference(const Layer& l) {
 }
 
 std::vector<float> RunMember(const Member& m, const Layer& l) {
-  const uint32_t lanes = m.Lanes(), pixels = l.h * l.w, out_h = l.Y().out, out_w = l.X().out;
-  const uint32_t out_pixels = out_h * out_w;
-  std::vector<float> input = l.input;
-  std::vector<uint32_t> dims = {l.c, l.h, l.w};
-  if (lanes != 1) {
-    kernel::RelayoutReference(l.input.data(), 1, pixels, input.data(), lanes, pixels * lanes, l.c, pixels);
-    dims = {l.c / lanes, l.h, l.w, lanes};
-  }
-  auto ctx = MakeTestContext();
   auto kernel = m.make();
-  auto outputs = RunKernel(*kernel, l.Info(), {MakeTensor(ctx, dims, m.rule->layout, input)}, ctx);
-  if (outputs.size() != 1) return {};
-  std::vector<uint32_t> want_dims = {dims[0], out_h, out_w};
-  if (lanes != 1) want_dims.push_back(lanes);
-  EXPECT_EQ(outputs[0]->shape.dims, want_dims) << m.name;
-  std::vector<float> got = Values(outputs[0]);
-  if (lanes != 1) {
-    kernel::RelayoutReference(outputs[0]->Data<float>(), lanes, out_pixels * lanes, got.data(), 1, out_pixels,
-                              l.c, out_pixels);
-  }
-  return got;
+  return RunOnMap(*kernel, l.Info(), l.input, l.c, l.h, l.w, m.rule->layout, m.rule->layout,
+                  {l.c, l.Y().out, l.X().out});
 }
 
 TEST(UpsamplingFamily, EveryMemberMatchesTheReferenceOnRandomLayers) {
@@ -118,13 +85,13 @@ TEST(UpsamplingFamily, EveryMemberMatchesTheReferenceOnRandomLayers) {
   for (const Member& m : Members()) {
     if (SkipUnrunnable(m)) continue;
     int round = 0;
-    for (const uint16_t mode : m.Modes()) {
+    for (const uint16_t mode : Modes(m)) {
       for (const uint32_t w : {1u, 3u, 4u, 7u, 9u}) {
         for (const bool align : {false, true}) {
           Layer l;
           l.mode = mode;
           l.align = align;
-          l.c = m.Lanes() * (1 + rng() % 3) + (m.Lanes() == 1 ? rng() % 3 : 0);
+          l.c = Lanes(m) * (1 + rng() % 3) + (Lanes(m) == 1 ? rng() % 3 : 0);
           l.h = 1 + rng() % 6;
           l.w = w;
           l.fy = factors[rng() % 6];
@@ -166,7 +133,7 @@ TEST(UpsamplingFamily, ReferenceAndMembersMatchTorchFixtures) {
     const std::vector<float> want = Reference(l);
     ExpectAccuracy(want, torch, kernel::Within(2e-6f, 2e-6f), name + " by the reference");
     for (const Member& m : Members()) {
-      if (!CanRun(m.isa) || l.c % m.Lanes() != 0 || m.make()->CheckSupport(l.Info(), nullptr) != 0) continue;
+      if (!CanRun(m.isa) || l.c % Lanes(m) != 0 || m.make()->CheckSupport(l.Info(), nullptr) != 0) continue;
       ExpectAccuracy(RunMember(m, l), want, m.accuracy, name + " by " + m.name);
       coverage.Ran(m.name);
     }
@@ -179,19 +146,17 @@ TEST(UpsamplingFamily, RefusalsAndReportedMisuse) {
   for (const Member& m : Members()) {
     SCOPED_TRACE(m.name);
     Layer base;
-    base.mode = m.Modes()[0];
+    base.mode = Modes(m)[0];
     auto kernel = m.make();
     EXPECT_EQ(kernel->GetName(), m.name);
     ExpectCommonRefusals(*kernel, base.Info(), std::make_shared<runtime::Conv2dInfo>(), ctx);
     auto refused = [&](const char* what, const std::function<void(runtime::Upsample2dInfo&)>& change) {
       auto info = base.Info();
       change(*info);
-      EXPECT_EQ(kernel->CheckSupport(info, nullptr), -1) << what;
-      EXPECT_FALSE(kernel->Config(info, nullptr, nullptr, ctx)) << what;
-      EXPECT_FALSE(kernel->IsConfigured()) << what;
+      ExpectRefused(*kernel, info, ctx, what);
     };
     for (uint16_t mode = 0; mode < 3; ++mode) {
-      const auto modes = m.Modes();
+      const auto modes = Modes(m);
       if (std::find(modes.begin(), modes.end(), mode) == modes.end())
         refused("a mode it does not implement",
                 [mode](runtime::Upsample2dInfo& i) { i.unsample_type = mode; });
@@ -211,7 +176,7 @@ TEST(UpsamplingFamily, RefusalsAndReportedMisuse) {
     EXPECT_EQ(kernel->CheckSupport(sized, nullptr), 0);
 
     ASSERT_TRUE(kernel->Config(base.Info(), nullptr, nullptr, ctx));
-    const uint32_t lanes = m.Lanes();
+    const uint32_t lanes = Lanes(m);
     auto tensor = [&](uint32_t layout, uint32_t last = 0) {
       return lanes == 1 ? MakeTensor(ctx, {2, 3, 3}, layout)
                         : MakeTensor(ctx, {2, 3, 3, last ? last : lanes}, layout);
@@ -238,35 +203,6 @@ TEST(UpsamplingFamily, RefusalsAndReportedMisuse) {
     ASSERT_TRUE(large->Config(huge, nullptr, nullptr, ctx));
     EXPECT_THROW(large->Forward({tensor(m.rule->layout)}, outputs, ctx), std::runtime_error);
   }
-}
-
-// As the net loads it: a member given a mode it does not implement fails the load with its name in the Error
-// line; a mode code without a name says so first.
-TEST(UpsamplingFamily, LoadFailsWithTheKernelsNameAndTheReason) {
-  kernel::KernelRegistry registry;
-  kernel::RegisterFallbackKernels(registry);
-  kernel::RegisterSSEKernels(registry);
-  auto ctx = MakeTestContext();
-  auto cfg = std::make_shared<runtime::KernelCfg>();
-  LogCapture capture;
-  Layer bicubic;
-  bicubic.mode = 2;
-  cfg->kernel_type = "Upsampling2D_Bilinear_SSE_CHW_Float_M1";
-  EXPECT_EQ(runtime::CreateKernel(cfg, bicubic.Info(), registry, nullptr, ctx), nullptr);
-  EXPECT_TRUE(
-      IsErrorLine(capture.Last(), "zelva::runtime::CreateKernel",
-                  "Config Kernel <Upsampling2D_Bilinear_SSE_CHW_Float_M1> failed. In KERNEL REGISTRY"))
-      << capture.Last();
-  capture.Clear();
-  Layer unknown;
-  unknown.mode = 9;
-  cfg->kernel_type = "Upsampling2D_Fallback_CHW_Float_M1";
-  EXPECT_EQ(runtime::CreateKernel(cfg, unknown.Info(), registry, nullptr, ctx), nullptr);
-  ASSERT_GE(capture.lines().size(), 2u);
-  EXPECT_NE(capture.lines()[0].find("Invalid upsample2d type"), std::string::npos) << capture.lines()[0];
-  EXPECT_TRUE(IsErrorLine(capture.Last(), "zelva::runtime::CreateKernel",
-                          "Config Kernel <Upsampling2D_Fallback_CHW_Float_M1> failed. In KERNEL REGISTRY"))
-      << capture.Last();
 }
 
 }  // namespace

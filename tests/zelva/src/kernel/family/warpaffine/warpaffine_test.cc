@@ -74,13 +74,7 @@ std::vector<float> RunMember(const Member& m, const Case& k) {
 }
 
 TEST(WarpAffineFamily, ReferenceAndMembersMatchTorch) {
-  std::ifstream file(std::string(ZELVA_TEST_DATA_DIR) + "/warpaffine_fixture.txt");
-  ASSERT_TRUE(file.good());
-  const std::vector<float> count = ReadFixtureRow(file);
-  ASSERT_EQ(count.size(), 1u);
-  for (int n = 0; n < static_cast<int>(count[0]); ++n) {
-    std::string name;
-    std::getline(file, name);
+  ForEachFixtureCase("warpaffine_fixture.txt", [&](const std::string& name, std::istream& file) {
     const std::vector<float> p = ReadFixtureRow(file);
     ASSERT_EQ(p.size(), 6u) << name;
     Case k{static_cast<uint32_t>(p[0]), static_cast<uint32_t>(p[1]), static_cast<uint32_t>(p[2]),
@@ -93,7 +87,7 @@ TEST(WarpAffineFamily, ReferenceAndMembersMatchTorch) {
     for (const Member& m : Members()) {
       if (CanRun(m.isa)) ExpectAccuracy(RunMember(m, k), want, torch_bound, m.name + " " + name);
     }
-  }
+  });
 }
 
 TEST(WarpAffineFamily, EveryMemberMatchesTheReference) {
