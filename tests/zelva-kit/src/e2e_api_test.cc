@@ -186,6 +186,9 @@ struct ConvCase {
   const char* stem;
   size_t block_floats, out_floats;
 };
+void PrintTo(const ConvCase& c, std::ostream* os) {
+  *os << c.stem;
+}
 class EndToEndConvolution : public ::testing::TestWithParam<ConvCase> {};
 
 TEST_P(EndToEndConvolution, StreamsLikePyTorch) {
