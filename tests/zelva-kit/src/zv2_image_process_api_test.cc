@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "support/log_capture.h"
 #include "zv2_image_process.h"
 
 namespace {
@@ -114,15 +115,10 @@ TEST(ImageProcessApi, FlipAndMirrorReverseRowsAndSetNoField) {
   }
 }
 
-std::vector<std::string> lines;
-int32_t Capture(const char* text) {
-  lines.push_back(text);
-  return 0;
-}
-
 TEST(ImageProcessApi, UnsupportedAngleChangesNothing) {
   ASSERT_EQ(ZV2_SetLogTag("ZELVA"), ZV2_RESULT_OK);
-  ASSERT_EQ(ZV2_SetLogCallback(&Capture), ZV2_RESULT_OK);
+  zvtest::LogCapture log;
+  const std::vector<std::string>& lines = log.lines();
   const std::string head =
       "[ZELVA]: Error in FUNCTION<ZV2_Clockwise_Rotate_Image_CPU>, FILE<zelva-kit/src/zv2_image_process.cc>, "
       "LINE<";
@@ -130,7 +126,7 @@ TEST(ImageProcessApi, UnsupportedAngleChangesNothing) {
   const Image src(3, 5, 3, true);
   for (uint32_t angle : {360u, static_cast<uint32_t>(-90), 45u, 1u, 91u}) {
     SCOPED_TRACE(angle);
-    lines.clear();
+    log.Clear();
     Image dst(2, 2, 1, false);
     const Image before = dst;
     EXPECT_EQ(ZV2_Clockwise_Rotate_Image_CPU(&src.record, &dst.record, angle), ZV2_RESULT_INVALID_ARGUMENT);
@@ -202,7 +198,7 @@ TEST(ImageProcessApi, SizeTable) {
 }
 
 TEST(ImageProcessApi, UnusableInputFailsLoudly) {
-  ZV2_SetLogCallback(&Capture);
+  zvtest::LogCapture log;
   Image img(2, 2, 1, true);
   int32_t bytes = 0;
   EXPECT_EQ(ZV2_Get_ZVImage_Bytes(nullptr, &bytes), ZV2_RESULT_INVALID_ARGUMENT);

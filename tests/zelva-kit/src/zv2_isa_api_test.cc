@@ -6,6 +6,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/log_capture.h"
 #include "zv2_common.h"
 
 namespace {
@@ -13,21 +14,17 @@ namespace {
 constexpr size_t kReportLines = 53;  // vendor, brand, 51 features
 const std::string kInfo = "[ZELVA] (Info): ";
 
-std::vector<std::string> lines;
-int32_t Capture(const char* text) {
-  lines.push_back(text);  // the report runs under its own lock, so calls never overlap
-  return 0;
-}
+// The captured lines; the report runs under its own lock, so calls never overlap.
+std::vector<std::string>& lines = zvtest::LogCapture::Lines();
 
 class IsaApi : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(ZV2_SetLogLevel(ZV2_LOG_DEFAULT_MASK), ZV2_RESULT_OK);
     ASSERT_EQ(ZV2_SetLogTag("ZELVA"), ZV2_RESULT_OK);
-    ASSERT_EQ(ZV2_SetLogCallback(&Capture), ZV2_RESULT_OK);
-    lines.clear();
   }
   void TearDown() override { ZV2_SetLogLevel(ZV2_LOG_DEFAULT_MASK); }
+  zvtest::LogCapture capture;
 };
 
 // Checks the report that starts at lines[first] and returns the line of `feature`.

@@ -190,23 +190,6 @@ TEST(RevolverOps, ActivationsOnEveryTailLengthWithNaNsInBodyAndRest) {
     }
     ASSERT_TRUE(SameBits(hs, want_hs)) << n;
     ASSERT_TRUE(SameBits(relu, want_relu)) << n;
-    // -3 and below give 0, 3 and above 1.0, 0 gives 0.5, in the body and in the rest alike.
-    if (n >= 5) {
-      const Floats probe = {-5.0f, -3.0f, 0.0f, 3.0f, 10.0f};
-      Floats out(n);
-      Floats at = in;
-      std::copy(probe.begin(), probe.end(), at.end() - 5);
-      HSigmoidPass(at.data(), out.data(), {n, 4});
-      EXPECT_EQ(Floats(out.end() - 5, out.end()), (Floats{0.0f, 0.0f, 0.5f, 1.0f, 1.0f})) << n;
-    }
-    for (uint32_t i = 0; i < n; i += 5) {
-      EXPECT_EQ(hs[i], i < body_end ? 0.0f : 1.0f) << n << " " << i;
-      if (i < body_end) {
-        EXPECT_EQ(relu[i], 0.0f);
-      } else {
-        EXPECT_TRUE(std::isnan(relu[i]));
-      }
-    }
   }
 }
 

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <set>
 
 #include "zelva/src/runtime/zvmodel2/field_visitors.h"
@@ -101,34 +100,6 @@ TEST(LayerInfo, EveryKindVisitsItsFieldsInFileOrder) {
     ASSERT_EQ(CreateLayerInfo(static_cast<uint16_t>(t)), nullptr) << t;
     ASSERT_EQ(LayerInfoClassName(static_cast<uint16_t>(t)), "") << t;
   }
-}
-
-// The constructor values that differ from zero: what a fresh description holds, and what a file of an older
-// protocol leaves in gated fields.
-TEST(LayerInfo, ConstructorDefaults) {
-  auto bits = [](float f) {
-    uint32_t b;
-    std::memcpy(&b, &f, 4);
-    return b;
-  };
-  LayerInfo base;
-  EXPECT_EQ(base.type, 0xFFFF);
-  EXPECT_EQ(base.id, " ");
-  ActivationInfo act;
-  EXPECT_EQ(act.activation_alpha.bits(), 0x3C00);
-  EXPECT_EQ(act.num_parameters, 1);
-  Conv2dInfo conv;
-  EXPECT_EQ(conv.stride_x + conv.stride_y + conv.dilation_x + conv.dilation_y, 4);
-  EXPECT_EQ(conv.groups, 0);
-  Conv1dInfo conv1d;
-  EXPECT_EQ(conv1d.stride + conv1d.dilation + conv1d.groups, 3);
-  InstanceNorm2dInfo in;
-  BatchNorm1dInfo bn;
-  for (float eps : {in.eps, bn.eps}) EXPECT_EQ(bits(eps), 0x3727C5ACu);
-  for (float momentum : {in.momentum, bn.momentum}) EXPECT_EQ(bits(momentum), 0x3DCCCCCDu);
-  EXPECT_FALSE(in.if_affine || in.if_track_running_stats);
-  EXPECT_TRUE(bn.if_affine && bn.if_track_running_stats);
-  EXPECT_EQ(bn.num_batches_tracked, -1);
 }
 
 TEST(LayerInfo, GetItemListFollowsTheCount) {
