@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """Builds a small convolutional network in PyTorch with random weights and writes the fixtures of the
-public-API test of pooling, batch normalisation and concatenation (tests/zelva-kit/src/pool_net_api_test.cc),
+public-API test of pooling, batch normalisation and concatenation (tests/zelva-kit/src/e2e_api_test.cc),
 which streams it through the denoise engine's generic path.
 
   input   1 x 8 x 12 block
