@@ -2,8 +2,12 @@
 """Trains the small recurrent VAD network, measures it on the held-out set, and exports it as the bundled model.
 
 Network (1 x 1 x 80 block: the current frame's 80 log band energies of tools/audio_features.py):
-  input -> reshape to a vector [80] -> dense 80 -> 32 -> ReLU -> reshape to a sequence [1, 32] -> GRU 32 -> 64
-  -> reshape to a vector [64] -> dense 64 -> 1 -> sigmoid: the probability that the frame's hop holds speech.
+  input -> reshape to a vector [80] -> dense 80 -> 32 -> ReLU -> reshape to a sequence [1, 32] -> GRU 32 -> 32
+  -> reshape to a vector [32] -> dense 32 -> 1 -> sigmoid: the probability that the frame's hop holds speech.
+A GRU of 32 gives the held-out F1 of one of 64 (0.842 against 0.845 on recorded speech, 0.897 against 0.899 on
+synthetic) at two fifths of the arithmetic: a VAD's worth is its cost per stream.
+
+The bundled model: `--steps 1000 --threads 2` (seed 11; 1000 steps in under 3 minutes on 2 cores), best.pt.
 Training normalises each band by its mean and spread over the training mixtures; the export folds that into the
 first dense layer, so the bundled model takes the features as they are.
 
@@ -39,14 +43,17 @@ import gen_e2e_models as e2e  # noqa: E402
 import make_audio_data as mad  # noqa: E402
 
 
+WIDTH, HIDDEN = 32, 32  # the first dense layer's outputs and the GRU's state
+
+
 class VadNet(nn.Module):
-    def __init__(self):
+    def __init__(self, width=WIDTH, hidden=HIDDEN):
         super().__init__()
         self.register_buffer("mean", torch.zeros(af.BANDS))
         self.register_buffer("scale", torch.ones(af.BANDS))
-        self.fc1 = nn.Linear(af.BANDS, 32)
-        self.gru = nn.GRU(32, 64, batch_first=True)
-        self.fc2 = nn.Linear(64, 1)
+        self.fc1 = nn.Linear(af.BANDS, width)
+        self.gru = nn.GRU(width, hidden, batch_first=True)
+        self.fc2 = nn.Linear(hidden, 1)
 
     def forward(self, feats, state=None):
         """feats [B, T, 80] -> probabilities [B, T] and the GRU state."""
@@ -56,7 +63,7 @@ class VadNet(nn.Module):
 
     def folded(self):
         """A copy whose first dense layer takes the raw features (normalisation folded in)."""
-        twin = VadNet()
+        twin = VadNet(self.fc1.out_features, self.gru.hidden_size)
         twin.load_state_dict(self.state_dict())
         with torch.no_grad():
             w = self.fc1.weight * self.scale[None, :]
@@ -122,8 +129,9 @@ def train(args):
 
 
 def load(path):
-    net = VadNet()
-    net.load_state_dict(torch.load(path)["net"])
+    state = torch.load(path)["net"]
+    net = VadNet(state["fc1.weight"].shape[0], state["gru.weight_hh_l0"].shape[1])
+    net.load_state_dict(state)
     return net.folded()
 
 
@@ -175,8 +183,9 @@ def layers_of(net):
         reshape("features", ["input"], [1, -1]),
         dense("dense1", ["features"], net.fc1),
         act("relu1", ["dense1"], e2e.ACT_RELU),
-        reshape("to_sequence", ["relu1"], [1, 1, 32]),
-        dict(kind=e2e.KIND_GRU, cls="GRUInfo", id="gru", inputs=["to_sequence"], in_size=32, hidden_size=64,
+        reshape("to_sequence", ["relu1"], [1, 1, net.fc1.out_features]),
+        dict(kind=e2e.KIND_GRU, cls="GRUInfo", id="gru", inputs=["to_sequence"], in_size=net.fc1.out_features,
+             hidden_size=net.gru.hidden_size,
              if_bias=True, num_layers=1, bidirectional=False, complex_rnn_type=0, lists=lists),
         reshape("to_vector", ["gru"], [1, -1]),
         dense("dense2", ["to_vector"], net.fc2),
@@ -198,7 +207,8 @@ def export(args):
     layers = layers_of(net)
     extra = dict(version=1, app_type=0, model_id=0, model_base_h=1, model_base_w=af.BANDS, fmlas=0,
                  time=dict(year=2026, moon=1, day=1, hour=0, min=0, sec=0), device="cpu",
-                 summary="voice activity network: dense 80-32, GRU 64, dense 64-1, sigmoid")
+                 summary=f"voice activity network: dense 80-{net.fc1.out_features}, GRU {net.gru.hidden_size}, "
+                 f"dense {net.gru.hidden_size}-1, sigmoid")
     models = os.path.join(root, "models")
     with open(os.path.join(models, "vad.zvmod"), "wb") as f:
         f.write(e2e.model_bin(layers, extra, "fp32"))
