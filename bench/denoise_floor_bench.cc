@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "bench/bench_support.h"
+#include "tests/support/files.h"
 #include "zelva-kit/src/audiodenoise/revolver.h"
 #include "zelva/src/runtime/zvmodel2/model_info.h"
 
@@ -96,16 +97,6 @@ void BM_DenoiseFloor_MatVec(benchmark::State& state) {
 BENCHMARK_TEMPLATE(BM_DenoiseFloor_MatVec, 1)->Unit(benchmark::kMicrosecond);
 BENCHMARK_TEMPLATE(BM_DenoiseFloor_MatVec, 4)->Unit(benchmark::kMicrosecond);
 
-std::vector<float> ReadFloats(const std::string& path) {
-  std::vector<float> values;
-  FILE* file = std::fopen(path.c_str(), "rb");
-  if (file == nullptr) return values;
-  float v;
-  while (std::fread(&v, sizeof(v), 1, file) == 1) values.push_back(v);
-  std::fclose(file);
-  return values;
-}
-
 void BM_DenoiseFused(benchmark::State& state, RevolverVariant variant) {
   std::string why;
   if (!Revolver::ProcessorRuns(variant, &why)) {
@@ -115,7 +106,8 @@ void BM_DenoiseFused(benchmark::State& state, RevolverVariant variant) {
   auto model = std::make_shared<zelva::runtime::ZVModelInfo>();
   model->FromFile(std::string(ZELVA_SOURCE_DIR) + "/models/denoise.zvmod", "bin");
   Revolver net(model, variant);
-  const std::vector<float> stream = ReadFloats(std::string(ZELVA_SOURCE_DIR) + "/models/denoise_blocks.f32");
+  const std::vector<float> stream =
+      zvtest::ReadFloats(std::string(ZELVA_SOURCE_DIR) + "/models/denoise_blocks.f32");
   const size_t blocks = stream.size() / 560;
   if (blocks == 0) {
     state.SkipWithError("models/denoise_blocks.f32 is missing");

@@ -14,21 +14,14 @@
 #include <vector>
 
 #include "bench/peak.h"
+#include "tests/support/files.h"
 #include "zelva/stream.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using zvtest::ReadFloats;
 
-std::vector<float> ReadFloats(const std::string& path) {
-  std::vector<float> values;
-  FILE* file = std::fopen(path.c_str(), "rb");
-  if (file == nullptr) return values;
-  float v;
-  while (std::fread(&v, sizeof(v), 1, file) == 1) values.push_back(v);
-  std::fclose(file);
-  return values;
-}
+using Clock = std::chrono::steady_clock;
 
 void PinTo(int cpu) {
   cpu_set_t set;

@@ -10,10 +10,13 @@
 #include <thread>
 #include <vector>
 
+#include "support/files.h"
 #include "zelva/stream.h"
 #include "zv2_audiodenoise.h"
 
 namespace {
+
+using zvtest::ReadFloats;
 
 using Floats = std::vector<float>;
 constexpr size_t kIn = ZVS_FUSED_INPUT_FLOATS;
@@ -21,16 +24,6 @@ constexpr size_t kOut = ZVS_FUSED_OUTPUT_FLOATS;
 
 const std::string kModel = std::string(ZELVA_SOURCE_DIR) + "/models/denoise.zvmod";
 const std::string kConfig = std::string(ZELVA_SOURCE_DIR) + "/models/denoise.cfg.json";
-
-Floats ReadFloats(const std::string& path) {
-  Floats values;
-  FILE* file = std::fopen(path.c_str(), "rb");
-  if (file == nullptr) return values;
-  float v;
-  while (std::fread(&v, sizeof(v), 1, file) == 1) values.push_back(v);
-  std::fclose(file);
-  return values;
-}
 
 // The two block streams: the PyTorch fixture and the bundled example.
 const Floats& Fixture() {

@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "zelva-kit/src/audiodenoise/revolver_ops_lanes.h"
 #include "zelva-kit/src/audiodenoise/revolver_ops_wide.h"
 
 namespace hyperspecific {
@@ -13,38 +14,11 @@ namespace {
 
 // Everything here has internal linkage: the same helpers exist in other units under other flags.
 
-inline __m256 Load8(const float* w) {
-  return _mm256_loadu_ps(w);
-}
-inline __m256 Load8(const uint16_t* w) {
-  return _mm256_cvtph_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(w)));
-}
-inline float Scalar(const float* w) {
-  return *w;
-}
-inline float Scalar(const uint16_t* w) {
-  return _cvtsh_ss(*w);
-}
-
-inline __m256 MulAdd8(__m256 acc, __m256 w, __m256 x) {
-  return _mm256_add_ps(acc, _mm256_mul_ps(w, x));
-}
-
 // s = (a3 + a2) + (a1 + a0) of one row held as [a0 | a1] and [a2 | a3].
 inline __m128 RowSum(__m256 a01, __m256 a23) {
   const __m128 a32 = _mm_add_ps(_mm256_extractf128_ps(a23, 1), _mm256_castps256_ps128(a23));
   const __m128 a10 = _mm_add_ps(_mm256_extractf128_ps(a01, 1), _mm256_castps256_ps128(a01));
   return _mm_add_ps(a32, a10);
-}
-
-// Four rows' s vectors to ((s0 + s1) + s2) + s3 per row, one row per lane.
-inline __m128 Horizontal4(__m128 s0, __m128 s1, __m128 s2, __m128 s3) {
-  _MM_TRANSPOSE4_PS(s0, s1, s2, s3);
-  return _mm_add_ps(_mm_add_ps(_mm_add_ps(s0, s1), s2), s3);
-}
-
-inline __m128 Bias4(const float* bias, int r) {
-  return bias != nullptr ? _mm_loadu_ps(bias + r) : _mm_setzero_ps();
 }
 
 template <typename W>
@@ -93,13 +67,7 @@ void Rows74(const W* weight, const float* x, const float* bias, float* y, int ro
     for (int i = 0; i < 4; ++i) lo[i] = MulAdd8(lo[i], Load8(w + i * 74 + 64), x6471);
     const __m128 h =
         Horizontal4(RowSum(lo[0], hi[0]), RowSum(lo[1], hi[1]), RowSum(lo[2], hi[2]), RowSum(lo[3], hi[3]));
-    // w[73] x[73] + (w[72] x[72] + b), then added to the lane sum.
-    const __m128 w72 =
-        _mm_setr_ps(Scalar(w + 72), Scalar(w + 74 + 72), Scalar(w + 148 + 72), Scalar(w + 222 + 72));
-    const __m128 w73 =
-        _mm_setr_ps(Scalar(w + 73), Scalar(w + 74 + 73), Scalar(w + 148 + 73), Scalar(w + 222 + 73));
-    const __m128 tail = _mm_add_ps(_mm_mul_ps(w73, x73), _mm_add_ps(_mm_mul_ps(w72, x72), Bias4(bias, r)));
-    _mm_storeu_ps(y + r, _mm_add_ps(h, tail));
+    _mm_storeu_ps(y + r, _mm_add_ps(h, Tail74(w, x72, x73, bias, r)));
   }
 }
 

@@ -10,6 +10,7 @@
 #pragma GCC diagnostic ignored "-Wuninitialized"
 #endif
 
+#include "zelva-kit/src/audiodenoise/revolver_ops_lanes.h"
 #include "zelva-kit/src/audiodenoise/revolver_ops_wide.h"
 
 namespace hyperspecific {
@@ -24,18 +25,6 @@ inline __m512 Load16(const float* w) {
 }
 inline __m512 Load16(const uint16_t* w) {
   return _mm512_cvtph_ps(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(w)));
-}
-inline __m256 Load8(const float* w) {
-  return _mm256_loadu_ps(w);
-}
-inline __m256 Load8(const uint16_t* w) {
-  return _mm256_cvtph_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(w)));
-}
-inline float Scalar(const float* w) {
-  return *w;
-}
-inline float Scalar(const uint16_t* w) {
-  return _cvtsh_ss(*w);
 }
 
 inline __m512 MulAdd16(__m512 acc, __m512 w, __m512 x) {
@@ -60,16 +49,6 @@ inline __m128 RowSum(__m512 a, __m256 a01) {
   const __m128 a32 = _mm_add_ps(Quarter<3>(a), Quarter<2>(a));
   const __m128 a10 = _mm_add_ps(_mm256_extractf128_ps(a01, 1), _mm256_castps256_ps128(a01));
   return _mm_add_ps(a32, a10);
-}
-
-// Four rows' s vectors to ((s0 + s1) + s2) + s3 per row, one row per lane.
-inline __m128 Horizontal4(__m128 s0, __m128 s1, __m128 s2, __m128 s3) {
-  _MM_TRANSPOSE4_PS(s0, s1, s2, s3);
-  return _mm_add_ps(_mm_add_ps(_mm_add_ps(s0, s1), s2), s3);
-}
-
-inline __m128 Bias4(const float* bias, int r) {
-  return bias != nullptr ? _mm_loadu_ps(bias + r) : _mm_setzero_ps();
 }
 
 template <typename W>
@@ -111,20 +90,12 @@ void Rows74(const W* weight, const float* x, const float* bias, float* y, int ro
     // a0 += elements 64..67, a1 += 68..71.
     __m256 a01[8];
     for (int i = 0; i < 8; ++i) {
-      a01[i] = _mm256_add_ps(_mm512_castps512_ps256(acc[i]), _mm256_mul_ps(Load8(w + i * 74 + 64), x6471));
+      a01[i] = MulAdd8(_mm512_castps512_ps256(acc[i]), Load8(w + i * 74 + 64), x6471);
     }
     for (int g = 0; g < 8; g += 4) {
       const __m128 h = Horizontal4(RowSum(acc[g], a01[g]), RowSum(acc[g + 1], a01[g + 1]),
                                    RowSum(acc[g + 2], a01[g + 2]), RowSum(acc[g + 3], a01[g + 3]));
-      const W* wg = w + g * 74;
-      // w[73] x[73] + (w[72] x[72] + b), then added to the lane sum.
-      const __m128 w72 =
-          _mm_setr_ps(Scalar(wg + 72), Scalar(wg + 74 + 72), Scalar(wg + 148 + 72), Scalar(wg + 222 + 72));
-      const __m128 w73 =
-          _mm_setr_ps(Scalar(wg + 73), Scalar(wg + 74 + 73), Scalar(wg + 148 + 73), Scalar(wg + 222 + 73));
-      const __m128 tail =
-          _mm_add_ps(_mm_mul_ps(w73, x73), _mm_add_ps(_mm_mul_ps(w72, x72), Bias4(bias, r + g)));
-      _mm_storeu_ps(y + r + g, _mm_add_ps(h, tail));
+      _mm_storeu_ps(y + r + g, _mm_add_ps(h, Tail74(w + g * 74, x72, x73, bias, r + g)));
     }
   }
 }
