@@ -122,6 +122,10 @@ int CmdVad(const std::vector<std::string>& args) {
     std::fprintf(stderr, "%s: cannot write %s\n", kCommand, o.csv.c_str());
     return 1;
   }
+  // A file's rows go out in large writes, not one system call for every few kilobytes of a hop loop.
+  // (Static: the stream may still be open when an error path returns, and exit flushes it.)
+  static char csv_buffer[1 << 16];
+  if (csv != nullptr && csv != stdout) std::setvbuf(csv, csv_buffer, _IOFBF, sizeof(csv_buffer));
   if (csv != nullptr) std::fprintf(csv, "time,probability\n");
   const bool print_segments = csv != stdout;
 
@@ -131,7 +135,7 @@ int CmdVad(const std::vector<std::string>& args) {
   auto emit = [&](const zelva::audio::Segment& s) {
     if (print_segments) {
       std::printf("%.2f %.2f\n", Seconds(s.start), Seconds(s.end));
-      std::fflush(stdout);
+      if (in.raw()) std::fflush(stdout);  // live: each segment as it closes
     }
   };
   zelva::audio::HopStream hops(
