@@ -11,7 +11,8 @@
 
 namespace zelva::audio {
 
-FeatureExtractor::FeatureExtractor() : fft_(std::make_unique<RealFft>()) {
+FeatureExtractor::FeatureExtractor(bool keep_denoise_block)
+    : fft_(std::make_unique<RealFft>()), keep_denoise_block_(keep_denoise_block) {
   Reset();
 }
 
@@ -32,7 +33,7 @@ void FeatureExtractor::Push(const float* hop) {
   }
   std::memcpy(previous_hop_, hop, sizeof(previous_hop_));
   fft_->Forward(frame, spectrum_);
-  std::memmove(block_, block_ + kBands, sizeof(float) * (kDenoiseRows - 1) * kBands);
+  if (keep_denoise_block_) std::memmove(block_, block_ + kBands, sizeof(float) * (kDenoiseRows - 1) * kBands);
   BandFeatures(spectrum_, block_ + (kDenoiseRows - 1) * kBands);
 }
 

@@ -13,7 +13,9 @@ class RealFft;
 
 class FeatureExtractor {
  public:
-  FeatureExtractor();
+  // `keep_denoise_block` false: the VAD's use, where only the current frame's features are read and the
+  // denoise block's older rows are neither kept nor valid.
+  explicit FeatureExtractor(bool keep_denoise_block = true);
   ~FeatureExtractor();
   FeatureExtractor(const FeatureExtractor&) = delete;
   FeatureExtractor& operator=(const FeatureExtractor&) = delete;
@@ -36,6 +38,7 @@ class FeatureExtractor {
   float previous_hop_[kHop];
   std::complex<float> spectrum_[kBins];
   float block_[kDenoiseBlock];
+  bool keep_denoise_block_;
 };
 
 // Band energies -> features of the contract (log10 with the energy floor).

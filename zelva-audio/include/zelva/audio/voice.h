@@ -24,7 +24,7 @@ class VoiceDetector {
 
  private:
   uint32_t handle_ = 0;
-  FeatureExtractor features_;
+  FeatureExtractor features_{false};
 };
 
 // Hops [start, end) of one stretch of speech.
