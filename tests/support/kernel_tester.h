@@ -108,14 +108,17 @@ inline std::vector<float> Relayout(const std::vector<float>& v, uint32_t lanes, 
 
 // Runs `kernel` on a planar c x h x w map stored in `layout` as the net does; holds its one output to
 // `out_layout` and, when given, to the planar size `want_chw`; gives the output planar (empty on failure)
-// and its planar size in `got_chw`.
-inline std::vector<float> RunOnMap(zelva::runtime::IKernel& kernel,
+// and its planar size in `got_chw`. The kernel is taken over and released before the context it ran on, since
+// the scratch it keeps from that context must go back to its pools before they go.
+inline std::vector<float> RunOnMap(std::shared_ptr<zelva::runtime::IKernel> kernel_in,
                                    std::shared_ptr<zelva::runtime::LayerInfo> info,
                                    const std::vector<float>& planar, uint32_t c, uint32_t h, uint32_t w,
                                    uint32_t layout, uint32_t out_layout,
                                    const std::vector<uint32_t>& want_chw = {},
                                    std::vector<uint32_t>* got_chw = nullptr) {
   auto ctx = MakeTestContext();
+  const std::shared_ptr<zelva::runtime::IKernel> owned = std::move(kernel_in);
+  zelva::runtime::IKernel& kernel = *owned;
   const auto outputs = RunKernel(kernel, std::move(info),
                                  {MakeTensor(ctx, MapDims(layout, c, h, w), layout,
                                              Relayout(planar, LanesOf(layout), c, size_t{h} * w, false))},

@@ -195,9 +195,8 @@ using LayerMaker = std::function<Layer(const Member&, std::mt19937&)>;
 // accuracy, the bound scaled by the magnitude of the terms.
 inline void ExpectMember(const Member& m, const Layer& l, const std::vector<float>& want,
                          const std::vector<float>& magnitude, const std::string& what) {
-  auto kernel = m.make();
   ExpectAccuracy(
-      RunOnMap(*kernel, l.Info(), l.input, l.in, l.h, l.w, zelva::kernel::ConvInputLayout(m.layout),
+      RunOnMap(m.make(), l.Info(), l.input, l.in, l.h, l.w, zelva::kernel::ConvInputLayout(m.layout),
                zelva::kernel::ConvOutputLayout(m.layout), {l.out, l.OutH(), l.OutW()}),
       want, m.accuracy, what, &magnitude);
 }

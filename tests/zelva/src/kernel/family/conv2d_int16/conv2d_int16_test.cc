@@ -65,8 +65,8 @@ std::vector<float> RunMember(const Member& m, const Layer& l) {
   static const auto ctx = MakeTestContext();  // outlives the kernel's weights
   auto kernel = m.make();
   EXPECT_TRUE(kernel->Config(l.Info(), l.Param(), nullptr, ctx)) << m.name;
-  return RunOnMap(*kernel, nullptr, l.input, l.in, l.h, l.w, runtime::Layout::C8HW8, runtime::Layout::C8HW8,
-                  {l.out, l.h, l.w});
+  return RunOnMap(std::move(kernel), nullptr, l.input, l.in, l.h, l.w, runtime::Layout::C8HW8,
+                  runtime::Layout::C8HW8, {l.out, l.h, l.w});
 }
 
 TEST(Conv2dInt16Family, ReferenceAndMemberMatchTorch) {

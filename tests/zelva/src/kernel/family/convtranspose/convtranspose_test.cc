@@ -73,8 +73,7 @@ std::vector<float> Reference(const Layer& l) {
 }
 
 std::vector<float> RunMember(const Member& m, const Layer& l) {
-  auto kernel = m.make();
-  return RunOnMap(*kernel, l.Info(), l.input, l.in, l.h, l.w, m.rule->layout, m.rule->layout,
+  return RunOnMap(m.make(), l.Info(), l.input, l.in, l.h, l.w, m.rule->layout, m.rule->layout,
                   {l.out, l.OutH(), l.OutW()});
 }
 

@@ -47,8 +47,7 @@ std::shared_ptr<runtime::TensorExpandInfo> Info(std::vector<int16_t> new_shape) 
 std::vector<float> RunMember(const Member& m, const std::vector<int16_t>& new_shape,
                              const std::vector<float>& in, const std::vector<uint32_t>& chw,
                              std::vector<uint32_t>* out_chw) {
-  auto kernel = m.make();
-  return RunOnMap(*kernel, Info(new_shape), in, chw[0], chw[1], chw[2], m.layout, m.layout, {}, out_chw);
+  return RunOnMap(m.make(), Info(new_shape), in, chw[0], chw[1], chw[2], m.layout, m.layout, {}, out_chw);
 }
 
 TEST(ExpandFamily, ReferenceAndMembersMatchTorch) {

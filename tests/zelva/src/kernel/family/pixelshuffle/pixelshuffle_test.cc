@@ -56,8 +56,7 @@ float FactorOf(bool up, uint32_t r) {
 // Runs `m` on a planar c x h x w input (blocked for a blocked row) and returns the planar output.
 std::vector<float> RunMember(const Member& m, float factor, const std::vector<float>& in, uint32_t c,
                              uint32_t h, uint32_t w, std::vector<uint32_t>* out_chw) {
-  auto kernel = m.make();
-  return RunOnMap(*kernel, Info(factor), in, c, h, w, m.layout, m.layout, {}, out_chw);
+  return RunOnMap(m.make(), Info(factor), in, c, h, w, m.layout, m.layout, {}, out_chw);
 }
 
 TEST(PixelShuffleFamily, ReferenceMatchesTorch) {

@@ -107,8 +107,7 @@ uint32_t LanesOf(PoolLayout layout) {
 // Runs `m` on `l` in the layout of `lanes` as the net does and gives the output planar; checks its shape.
 std::vector<float> RunMember(const Member& m, const Layer& l, uint32_t lanes) {
   const uint32_t layout = zvtest::LayoutOfLanes(lanes);
-  auto kernel = m.make();
-  return zvtest::RunOnMap(*kernel, l.Info(), l.input, l.c, l.h, l.w, layout, layout,
+  return zvtest::RunOnMap(m.make(), l.Info(), l.input, l.c, l.h, l.w, layout, layout,
                           {l.c, l.OutH(), l.OutW()});
 }
 
