@@ -69,6 +69,8 @@ class Resampler {
   Resampler& operator=(const Resampler&) = delete;
   // Appends the converted samples of `in` to *out; `end` drains what the converter still holds.
   void Process(const float* in, size_t count, bool end, std::vector<float>* out);
+  // Whether the rates are equal, so that Process only copies.
+  bool identity() const { return state_ == nullptr; }
 
  private:
   SRC_STATE* state_ = nullptr;

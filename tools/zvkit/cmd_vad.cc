@@ -161,14 +161,23 @@ int CmdVad(const std::vector<std::string>& args) {
       end = got == 0;
       const auto t0 = std::chrono::steady_clock::now();
       read += static_cast<int64_t>(got);
-      for (size_t i = 0; i < got; ++i) {
-        float sum = 0.0f;
-        for (int c = 0; c < nch; ++c) sum += frames[i * nch + c];
-        mono[i] = sum / nch;
+      // One channel goes on as read; more are averaged.
+      const float* samples = frames.data();
+      if (nch > 1) {
+        for (size_t i = 0; i < got; ++i) {
+          float sum = 0.0f;
+          for (int c = 0; c < nch; ++c) sum += frames[i * nch + c];
+          mono[i] = sum / nch;
+        }
+        samples = mono.data();
       }
-      native.clear();
-      up.Process(mono.data(), got, end, &native);
-      hops.Write(native.data(), native.size(), &unused);
+      if (up.identity()) {
+        hops.Write(samples, got, &unused);
+      } else {
+        native.clear();
+        up.Process(samples, got, end, &native);
+        hops.Write(native.data(), native.size(), &unused);
+      }
       if (end) hops.Finish(&unused);
       unused.clear();
       busy += std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();

@@ -10,6 +10,12 @@ Denoiser::Denoiser(const std::string& model, const std::string& config, bool fus
   const char* argv[] = {model.c_str(), config.c_str(), "1"};
   if (ZV2_Create_AudioDenoise(&handle_, fused ? 3 : 2, argv) != ZV2_RESULT_OK)
     throw std::runtime_error("cannot create a denoise engine from " + model + " and " + config);
+  // One hop of silence, then back to the first state: the engine makes its working memory and the code is
+  // paged in here, not on the first hop of a live stream. (Reset restores the state exactly.)
+  const float silence[kHop] = {};
+  float out[kHop];
+  Process(silence, out);
+  Reset();
 }
 
 Denoiser::~Denoiser() {

@@ -11,6 +11,11 @@ VoiceDetector::VoiceDetector(const std::string& model, const std::string& config
   const char* argv[] = {model.c_str(), config.c_str()};
   if (ZV2_Create_VAD(&handle_, 2, argv) != ZV2_RESULT_OK)
     throw std::runtime_error("cannot create a VAD engine from " + model + " and " + config);
+  // One hop of silence, then back to the first state: the engine makes its working memory and the code is
+  // paged in here, not on the first hop of a live stream. (Reset restores the state exactly.)
+  const float silence[kHop] = {};
+  Process(silence);
+  Reset();
 }
 
 VoiceDetector::~VoiceDetector() {

@@ -9,12 +9,13 @@ namespace runtime {
 namespace {
 
 void DeleteUpPoolTensor(Tensor* tensor) {
-  static_cast<DeviceCPU*>(tensor->device)->up_pool->Free(tensor->data);
-  delete tensor;
+  DeviceCPU* device = static_cast<DeviceCPU*>(tensor->device);
+  device->up_pool->Free(tensor->data);
+  device->Release(tensor);
 }
 
 void DeleteWrappedTensor(Tensor* tensor) {
-  delete tensor;
+  static_cast<DeviceCPU*>(tensor->device)->Release(tensor);
 }
 
 }  // namespace
@@ -24,6 +25,26 @@ std::shared_ptr<DeviceCPU> DeviceCPU::Create(DeviceConfig config, std::shared_pt
                                              std::shared_ptr<MemoryPool> up_pool) {
   return std::make_shared<DeviceCPU>(std::move(config), std::move(pool), std::move(host_pool),
                                      std::move(up_pool));
+}
+
+DeviceCPU::~DeviceCPU() {
+  for (TensorCPU* tensor : spare_tensors_) delete tensor;
+}
+
+void DeviceCPU::Release(Tensor* tensor) {
+  if (spare_tensors_.size() < kSpareTensors) {
+    spare_tensors_.push_back(static_cast<TensorCPU*>(tensor));
+  } else {
+    delete tensor;
+  }
+}
+
+TensorCPU* DeviceCPU::MakeTensor(TensorShape&& shape, void* data) {
+  if (spare_tensors_.empty()) return new TensorCPU(std::move(shape), data, this);
+  TensorCPU* tensor = spare_tensors_.back();
+  tensor->Remake(shape, data);  // should it throw, the object stays a spare
+  spare_tensors_.pop_back();
+  return tensor;
 }
 
 void DeviceCPU::CreateInPool(std::shared_ptr<Tensor>& tensor, TensorShape&& shape, const void* source,
@@ -36,7 +57,7 @@ void DeviceCPU::CreateInPool(std::shared_ptr<Tensor>& tensor, TensorShape&& shap
   if (source != nullptr && bytes > 0) std::memcpy(block, source, static_cast<size_t>(bytes));
   TensorCPU* made;
   try {
-    made = new TensorCPU(std::move(shape), block, this);
+    made = MakeTensor(std::move(shape), block);
   } catch (...) {
     memory->Free(block);
     throw;
@@ -58,7 +79,7 @@ void DeviceCPU::CreateTensorInUpPool(std::shared_ptr<Tensor>& tensor, TensorShap
 }
 
 void DeviceCPU::WrapTensor(std::shared_ptr<Tensor>& tensor, TensorShape shape, void* host) {
-  tensor = std::shared_ptr<Tensor>(new TensorCPU(std::move(shape), host, this), &DeleteWrappedTensor);
+  tensor = std::shared_ptr<Tensor>(MakeTensor(std::move(shape), host), &DeleteWrappedTensor);
 }
 
 void DeviceCPU::WrapPlanar(std::shared_ptr<Tensor>& tensor, std::vector<uint32_t> dims, void* host) {

@@ -50,7 +50,7 @@ class DeviceCPU : public Device {
   DeviceCPU(DeviceConfig config, std::shared_ptr<MemoryPool> pool, std::shared_ptr<MemoryPool> host_pool,
             std::shared_ptr<MemoryPool> up_pool)
       : Device(std::move(config), std::move(pool), std::move(host_pool), std::move(up_pool)) {}
-  ~DeviceCPU() override = default;
+  ~DeviceCPU() override;
 
   // Allocates a device and links its self-reference.
   static std::shared_ptr<DeviceCPU> Create(DeviceConfig config, std::shared_ptr<MemoryPool> pool,
@@ -78,8 +78,24 @@ class DeviceCPU : public Device {
   void CreateZeroVector(std::shared_ptr<Tensor>& tensor, uint32_t length);
   void CreateZeroFlexible(std::shared_ptr<Tensor>& tensor, std::vector<uint32_t> dims);
 
+  // The end of a tensor this device made, after its memory has gone back: the object is kept for the next
+  // tensor (up to kSpareTensors of them), else destroyed.
+  void Release(Tensor* tensor);
+
  private:
   void CreateInPool(std::shared_ptr<Tensor>& tensor, TensorShape&& shape, const void* source, bool up);
+  // A tensor object over `data`: a released one re-made, else a new one.
+  TensorCPU* MakeTensor(TensorShape&& shape, void* data);
+
+  // A working tensor costs a handful of small allocations (the object, its dims and strides, the shared
+  // pointer's count); the net makes several per layer and run, so released objects are kept. Not under the
+  // address sanitizer, which is to see each tensor's end.
+#if defined(__SANITIZE_ADDRESS__)
+  static constexpr size_t kSpareTensors = 0;
+#else
+  static constexpr size_t kSpareTensors = 64;
+#endif
+  std::vector<TensorCPU*> spare_tensors_;
 };
 
 }  // namespace runtime

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <string_view>
 
 #include "zelva/src/utility/logging.h"
 
@@ -77,7 +78,7 @@ void Net::Forward(NetOutputs& outputs, const NetInputs& inputs, const std::vecto
 
   for (uint32_t i = 0; i < count && !pending_outputs_.empty(); ++i) {
     Layer& layer = *layers[i];
-    const bool input_layer = layer.name == "Input";
+    const bool input_layer = std::string_view(layer.name) == std::string_view("Input");
     if (gpu_times != nullptr && input_layer && layer.input_converters.empty() &&
         layer.output_converters.empty())
       ZV_LOG(utility::kLogTrace, "Input Layer without any converter do not need to profile gpu time.");

@@ -81,6 +81,12 @@ class TensorCPU : public Tensor {
   std::vector<int32_t> strides;  // in elements: last 1, each earlier the next stride times the next dim
 
  private:
+  friend class DeviceCPU;
+  // What the constructor does, on an object whose last owner is gone: the device re-uses released tensor
+  // objects, whose vectors keep their room, instead of a fresh allocation for each working tensor.
+  void Remake(const TensorShape& new_shape, void* new_data);
+  void ComputeStrides();
+
   // Unsigned arithmetic wraps like the 32-bit signed sum it stands for, without undefined behaviour.
   template <size_t N>
   void* Address(const int32_t (&index)[N]) const {

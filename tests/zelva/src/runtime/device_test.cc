@@ -112,6 +112,37 @@ TEST_F(DeviceTest, WrappingNeitherCopiesNorFrees) {
   EXPECT_EQ(pool->TotalBytes() + up_pool->TotalBytes(), 0u);
 }
 
+// Released tensor objects are made again for later tensors: each new tensor must still be wholly its own
+// shape, strides, data and ownership, whatever the object held before (a larger rank, another pool, wrapped
+// memory).
+TEST_F(DeviceTest, TensorsMadeAfterReleasesAreWhollyNew) {
+  std::vector<float> host(24, 1.0f);
+  std::shared_ptr<Tensor> a, b, c;
+  device->CreateTensor(
+      a, TensorShape({2, 3, 4}, DataType::FLOAT32, Layout::CHW, Location::MainMemory, TensorShape::Extra(7)));
+  device->WrapPlanar(b, {1, 4, 6}, host.data());
+  std::weak_ptr<Tensor> old = a;
+  a.reset();
+  b.reset();
+  EXPECT_TRUE(old.expired());
+
+  device->use_up_pool = true;
+  device->CreateTensor(c, TensorShape({5, 6}, DataType::INT32, Layout::BC));
+  device->use_up_pool = false;
+  device->CreateVector(a, 3, host.data());
+  EXPECT_EQ(c->shape.dims, (std::vector<uint32_t>{5, 6}));
+  EXPECT_EQ(c->shape.data_type, DataType::INT32);
+  EXPECT_EQ(c->shape.extra.step_size, 0);
+  EXPECT_EQ(TensorCPU::Cast(c)->strides, (std::vector<int32_t>{6, 1}));
+  EXPECT_EQ(TensorCPU::Cast(a)->strides, (std::vector<int32_t>{1}));
+  EXPECT_NE(c->data, host.data());
+  EXPECT_EQ(c->shared_from_this(), c);
+  EXPECT_GT(up_pool->TotalBytes(), 0u);
+  c.reset();
+  a.reset();
+  EXPECT_EQ(host, std::vector<float>(24, 1.0f));  // the wrapped memory was never the pools'
+}
+
 }  // namespace
 }  // namespace runtime
 }  // namespace zelva

@@ -91,9 +91,10 @@ struct FramePolicy {
   // Called when Config refuses, so that a state which remembers having been configured can forget it.
   template <class State>
   static void Refused(State&) {}
+  // One output of each input's shape. (By value: Forward hands over the list it gathered.)
   template <class State>
   static std::vector<runtime::TensorShape> OutputShapes(const State&,
-                                                        const std::vector<runtime::TensorShape>& inputs) {
+                                                        std::vector<runtime::TensorShape> inputs) {
     return inputs;
   }
   template <class State>
@@ -218,7 +219,7 @@ class Kernel final : public runtime::IKernel {
         std::vector<runtime::TensorShape> shapes;
         shapes.reserve(inputs.size());
         for (const auto& t : inputs) shapes.push_back(t->shape);
-        for (auto& shape : Policy::OutputShapes(state_, shapes)) {
+        for (auto& shape : Policy::OutputShapes(state_, std::move(shapes))) {
           std::shared_ptr<runtime::Tensor> out;
           context->GetDeviceCPU()->CreateTensor(out, std::move(shape));
           outputs.push_back(std::move(out));

@@ -46,10 +46,7 @@ int32_t CheckInputs(const runtime::TensorList& inputs, uint32_t layout, FcInput 
   return channels_match ? runtime::kKernelOk : runtime::kKernelBadTensor;
 }
 
-std::vector<TensorShape> OutputShapes(const std::vector<TensorShape>& inputs, FcInput rule,
-                                      uint32_t out_features, const char* name) {
-  ZV_ASSERT(!inputs.empty(), "[%s] no input shape.", name);
-  const TensorShape& in = inputs[0];
+TensorShape OutputShape(const TensorShape& in, FcInput rule, uint32_t out_features, const char* name) {
   TensorShape out({out_features}, DataType::FLOAT32, Layout::C, in.location, in.extra);
   if (rule == FcInput::kBatchRows) {
     ZV_ASSERT(in.dims.size() >= 2, "[%s] a batch input needs two dims, it has %zu.", name, in.dims.size());
@@ -61,7 +58,7 @@ std::vector<TensorShape> OutputShapes(const std::vector<TensorShape>& inputs, Fc
     out.dims[0] = out_features;
     out.layout = in.layout;
   }
-  return {out};
+  return out;
 }
 
 std::shared_ptr<runtime::Tensor> PackWeight(FcWeight form, const float* weight, uint32_t out_features,

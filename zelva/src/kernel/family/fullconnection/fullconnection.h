@@ -46,8 +46,8 @@ namespace fc_detail {
 uint32_t BlockOf(FcWeight form);
 
 int32_t CheckInputs(const runtime::TensorList& inputs, uint32_t layout, FcInput rule, uint32_t in_features);
-std::vector<runtime::TensorShape> OutputShapes(const std::vector<runtime::TensorShape>& inputs, FcInput rule,
-                                               uint32_t out_features, const char* name);
+runtime::TensorShape OutputShape(const runtime::TensorShape& in, FcInput rule, uint32_t out_features,
+                                 const char* name);
 
 // The weight [O, I] (row-major, as decoded) in order `form`; null when the kept part is empty.
 std::shared_ptr<runtime::Tensor> PackWeight(FcWeight form, const float* weight, uint32_t out_features,
@@ -88,9 +88,8 @@ struct FullConnectionPolicy : FramePolicy {
     state.Configure(std::static_pointer_cast<runtime::FullConnectionInfo>(layer_info), Row::kWeight, context,
                     kName);
   }
-  static std::vector<runtime::TensorShape> OutputShapes(const State& state,
-                                                        const std::vector<runtime::TensorShape>& inputs) {
-    return fc_detail::OutputShapes(inputs, Row::kInput, state.param.out_features, kName);
+  static runtime::TensorShape OutputShape(const State& state, const runtime::TensorShape& input) {
+    return fc_detail::OutputShape(input, Row::kInput, state.param.out_features, kName);
   }
   // One FLOAT32 tensor in main memory, of the member's layout code if it demands one, whose channel count is
   // in_features; -2 otherwise.

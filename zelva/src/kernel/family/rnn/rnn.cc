@@ -183,14 +183,21 @@ void RecurrentConfig(RecurrentKind kind, bool sequence, const runtime::LayerInfo
   device.CreateZeroVector(s.gh, gates * s.hidden_size);
 }
 
+namespace {
+
+// The one output of a sequence kernel over `steps` steps: [steps, directions x hidden], SC.
+TensorShape SequenceOutputShape(const RecurrentState& s, uint32_t steps) {
+  return TensorShape({steps, s.num_directions * s.hidden_size}, DataType::FLOAT32, Layout::SC,
+                     Location::MainMemory);
+}
+
+}  // namespace
+
 std::vector<TensorShape> RecurrentOutputShapes(RecurrentKind kind, bool sequence, const RecurrentState& s,
                                                const std::vector<TensorShape>& input_shapes) {
   ZV_ASSERT(!input_shapes.empty() && !input_shapes[0].dims.empty(), "[%s] no input shape.",
             KindName(kind, sequence));
-  if (sequence) {
-    return {TensorShape({input_shapes[0].dims[0], s.num_directions * s.hidden_size}, DataType::FLOAT32,
-                        Layout::SC, Location::MainMemory)};
-  }
+  if (sequence) return {SequenceOutputShape(s, input_shapes[0].dims[0])};
   return std::vector<TensorShape>(
       StateCount(kind), TensorShape({1, s.hidden_size}, DataType::FLOAT32, Layout::SC, Location::MainMemory));
 }
@@ -250,7 +257,7 @@ void SequenceForward(RecurrentKind kind, ProductForm form, RecurrentState& s,
   const TensorCPU* input = TensorCPU::Cast(inputs[0]);
   const uint32_t T = input->shape.dims[0];
   std::shared_ptr<Tensor> output;
-  device.CreateTensor(output, RecurrentOutputShapes(kind, true, s, {input->shape})[0]);
+  device.CreateTensor(output, SequenceOutputShape(s, T));
   float* y = output->Data<float>();
   const float* x = input->Data<float>();
 
