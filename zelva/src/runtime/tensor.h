@@ -1,6 +1,7 @@
 // A tensor: a shape, a pointer to its first element and the device that made it. Always held by a shared
 // pointer whose deleter (from GetDeleter, or the device's own for wrapped and up-pool tensors) decides the
-// fate of the element memory. Shape, strides and data never change after construction.
+// fate of the element memory. Shape, strides and data never change while the tensor is held (the device
+// re-makes the objects of released tensors for later ones).
 #pragma once
 
 #include <cstdint>
