@@ -47,16 +47,18 @@ inline void DecodeQuad(const char* in, uint8_t out[3]) {
   out[2] = static_cast<uint8_t>(((v2 << 6) & 0xC0) + v3);
 }
 
-// Decodes `text` and keeps the first `limit` bytes of the result in `out`.
+// Decodes `text` and keeps the first `limit` bytes of the result in `out`: whole quads straight into `out`,
+// then the part of one more that fits.
 void Base64DecodeInto(const std::string& text, uint8_t* out, size_t limit) {
   const size_t quads = text.size() / 4;
-  size_t written = 0;
-  uint8_t bytes[3];
-  for (size_t q = 0; q < quads && written < limit; ++q) {
-    DecodeQuad(text.data() + 4 * q, bytes);
-    const size_t take = limit - written < 3 ? limit - written : 3;
-    std::memcpy(out + written, bytes, take);
-    written += take;
+  const size_t whole = limit / 3 < quads ? limit / 3 : quads;
+  const char* in = text.data();
+  for (size_t q = 0; q < whole; ++q) DecodeQuad(in + 4 * q, out + 3 * q);
+  const size_t rest = limit - 3 * whole;
+  if (whole < quads && rest > 0) {
+    uint8_t bytes[3];
+    DecodeQuad(in + 4 * whole, bytes);
+    std::memcpy(out + 3 * whole, bytes, rest < 3 ? rest : 3);
   }
 }
 
