@@ -2,7 +2,8 @@
 // window and stride its name fixes (the general members: 3 x 3, stride 2), no padding, against one memcpy of
 // the input in the same run, the rounds of the two interleaved (zvbench::RatioToMemcpy).
 // Counters: x_memcpy (the member's best time over the copy's best time) and ns (the member's time per call).
-// Run: build/bench/zelva_bench --benchmark_filter=Pooling2D
+// Run: build/bench/zelva_bench --benchmark_filter='Pooling2D|Yardstick_TwoPass'
+// (Yardstick_TwoPass_K7x7_SSE_C4HW4: see RegisterSseTwoPassYardstick.)
 #include <benchmark/benchmark.h>
 
 #include <memory>
@@ -10,7 +11,9 @@
 #include <vector>
 
 #include "bench_support.h"
+#include "zelva/src/kernel/family/pooling/blocked_tile.h"
 #include "zelva/src/kernel/family/pooling/members.h"
+#include "zelva/src/kernel/functional/vector4.h"
 #include "zelva/src/runtime/context.h"
 
 namespace zelva {
@@ -73,10 +76,44 @@ void Register(const char* name, const PoolRule& rule, Isa isa) {
   });
 }
 
+// A yardstick for the planar SSE 7 x 7 member: the two-pass core of the AVX C8HW8 members (column sums, then
+// the same split along each row) run on 4-lane SSE vectors over a C4HW4 copy of the map, with the same memcpy
+// in the same run. This is the cheapest arrangement of the stride 1 sums in this family: every add is a whole
+// vector, nothing is shifted or transposed. Its ratio is what 128-bit vectors cost for that work.
+void RegisterSseTwoPassYardstick() {
+  benchmark::RegisterBenchmark("Yardstick_TwoPass_K7x7_SSE_C4HW4/c64_56x56", [](benchmark::State& state) {
+    constexpr uint32_t kOut = kSize - 6;
+    const std::vector<float> x = zvbench::RandomFloats(kChannels * kSize * kSize, 3);
+    std::vector<float> y(kChannels * kOut * kOut), rows(kOut, 7.0f), cols(kOut, 7.0f);
+    std::vector<float> work(static_cast<size_t>(kSize + 2) * (kSize + 1) * 4 + kOut * kOut);
+    PoolArgs args{};
+    args.input = x.data();
+    args.in_h = args.in_w = kSize;
+    args.output = y.data();
+    args.out_h = args.out_w = kOut;
+    args.planes = kChannels / 4;
+    args.lanes = 4;
+    args.kernel_y = args.kernel_x = 7;
+    args.stride_y = args.stride_x = 1;
+    args.row_count = rows.data();
+    args.col_count = cols.data();
+    args.work = work.data();
+    const auto run = [&] {
+      pool_tile::BlockedSeparable<V4, 7, 7>(args);
+      benchmark::DoNotOptimize(y.data());
+    };
+    const double start = zvbench::ThreadNanoseconds();
+    for (auto _ : state) run();
+    state.counters["ns"] = (zvbench::ThreadNanoseconds() - start) / static_cast<double>(state.iterations());
+    state.counters["x_memcpy"] = zvbench::RatioToMemcpy(run, x.size() * sizeof(float));
+  });
+}
+
 const int kRegistered = [] {
 #define ZV_BENCH_POOLING(group, isa, cls, ...) Register<cls>(#cls, cls##_rule, Isa::isa);
   ZV_POOLING_MEMBERS(ZV_BENCH_POOLING)
 #undef ZV_BENCH_POOLING
+  RegisterSseTwoPassYardstick();
   return 0;
 }();
 
